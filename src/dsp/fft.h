@@ -1,0 +1,41 @@
+// Real FFT of 256 points on the packed half spectrum: 258 floats, bins 0..128 as (re, im)
+// pairs, DC and Nyquist each with their own pair. Forward is unscaled, inverse scaled by 1/N.
+// The plans live in caller memory (the area after the instance record); nothing is allocated.
+#pragma once
+
+#include <cstdint>
+
+struct ne10_fft_cpx_float32_t {
+    float r;
+    float i;
+};
+
+// The plan built at the start of the caller's area.
+struct fft_plan_t;
+typedef fft_plan_t *ne10_fft_r2c_cfg_float32_t;
+
+typedef int ne10_result_t;
+enum : ne10_result_t { NE10_OK = 0, NE10_ERR = -1 };
+
+struct FFTHandle_t {
+    ne10_fft_cpx_float32_t fft_Ne10_out[129];
+    ne10_fft_r2c_cfg_float32_t fft_Ne10_cfg;
+    int is_fft_init;
+    int fftSize;
+};
+
+// Process-wide engine entry points, installed by ne10_init.
+typedef void (*ne10_fft_r2c_fn)(ne10_fft_cpx_float32_t *out, const float *in,
+                                ne10_fft_r2c_cfg_float32_t cfg);
+typedef void (*ne10_fft_c2r_fn)(float *out, const ne10_fft_cpx_float32_t *in,
+                                ne10_fft_r2c_cfg_float32_t cfg);
+extern ne10_fft_r2c_fn ne10_fft_r2c_1d_float32;
+extern ne10_fft_c2r_fn ne10_fft_c2r_1d_float32;
+
+unsigned int FFT_GetBufferSize(unsigned int nfft);
+void fft_init(FFTHandle_t *handle);
+// Builds the plan in `area_bytes` bytes at fft_Ne10_cfg; fft_init passes FFT_GetBufferSize(fftSize).
+void fft_init_in(FFTHandle_t *handle, unsigned int area_bytes);
+void VEL_rdft(FFTHandle_t *handle, int n, int isgn, float *a, int *ip, float *w);
+void fft_Free(FFTHandle_t *handle);
+ne10_result_t ne10_init(void);

@@ -1,0 +1,16 @@
+// Moves PCM between the caller's interleaved 16-bit buffers and the float analysis buffers:
+// sliding load, microphone clipping check, saturating output stage.
+#pragma once
+
+#include <cstdint>
+
+struct postInfo_t {
+    int32_t length;
+    uint32_t channel_number;
+    int32_t bias;
+    int32_t flag;
+};
+
+void LoadStreamf(float *input, short *pss_audio_in, int channel_counter, postInfo_t *postInfo);
+void Post_Clipping_Check(float *input, postInfo_t *postInfo, int dbg_level);
+void Post_OLA_Process(float *input, float *input2, short *output, postInfo_t *postInfo);

@@ -1,0 +1,74 @@
+// The instance record: everything one echo canceller owns, at the start of the caller's
+// block. The FFT plan area follows it directly in the same block.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+#include "core/aec_state.h"
+#include "dsp/fft.h"
+#include "dsp/stream.h"
+#include "mdf/mdf.h"
+
+struct aec_input_data_property_t {
+    uint32_t point_number;
+    uint32_t nearend_channel;
+    uint32_t farend_channel;
+    int16_t delay_sample;
+    uint32_t comfort_noise_channel;  // the comfort-noise switch, 0 or 1
+    float comfort_noise_min_pwr;
+    int32_t comfort_noise_mul_left_shift;
+    uint32_t Supp_Mode_Frq[6];
+    uint32_t Supp_Mode[7];
+};
+
+struct aec_saturated_flag_t {
+    int32_t nearend_saturated_ind;
+    int32_t is_saturate_ind;
+    int32_t is_saturate_ind_pre;
+    int32_t isCurrNearEndSat;
+};
+
+struct aec_status_flag_t {
+    int32_t is_aec_init_status;
+    int32_t is_run_status;
+    int32_t is_aec_config_status;
+};
+
+struct aec_workingbuf_t {
+    aec_t aec_inst;
+    aec_input_data_property_t aec_data_property;
+    aec_saturated_flag_t aec_saturated_flag;
+    aec_status_flag_t aec_status_flag;
+    MdfEchoState mdf_workingbuff;
+    int32_t fft_aec_ip[128];
+    float AudioNearEnd[2][256];
+    float AudioFarEnd[2][256];
+    float AudioNearEndSub[256];
+    float fft_aec_buf[258];
+    float fft_aec_wfft[256];
+    float fft_aec_in_positive_max;
+    float xf[258];
+    float xfw[258];
+    float yf[258];
+    float yfw[258];
+    float ef[258];
+    float efw[258];
+    float dfw[258];
+    float hNl[129];
+    float Recursive_Ratio;
+    float FE_Level_Thr;
+    float FarEndMean;
+    FFTHandle_t FFT_workingBuff;
+    FILE *near_end_dump;
+    FILE *far_end_dump;
+    FILE *echo_dump;
+    FILE *output_dump;
+    int32_t dump_flag;
+    char dump_path[128];
+    postInfo_t postInfo;
+    int32_t dbg_level;
+    int32_t dump_id;
+    float mdf_echo[256];
+    float mdf_error[256];
+};
