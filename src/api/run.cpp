@@ -1,0 +1,148 @@
+// The frame driver. Run and ADF_Run share their front half (flags, dumps, loading, saturation,
+// far-end analysis, clipping check); the differences of ADF_Run are deliberate and kept.
+#include "api/run.h"
+
+#include "core/linear_stage.h"
+#include "core/nlp.h"
+#include "diag/dump.h"
+#include "diag/log.h"
+#include "dsp/stream.h"
+#include "instance.h"
+
+namespace {
+
+constexpr int kSaturationThreshold = 32700;
+
+enum class Mode { kFull, kLinearOnly };
+
+void set_post_info(aec_workingbuf_t *buf, int32_t length, uint32_t channels, int32_t bias,
+                   int32_t flag) {
+    buf->postInfo.length = length;
+    buf->postInfo.channel_number = channels;
+    buf->postInfo.bias = bias;
+    buf->postInfo.flag = flag;
+}
+
+// A clipped frame marks itself and the frame after it as saturated.
+void detect_saturation(aec_workingbuf_t *buf, const short *near) {
+    aec_saturated_flag_t *sat = &buf->aec_saturated_flag;
+    const aec_input_data_property_t &prop = buf->aec_data_property;
+    const uint32_t samples = prop.point_number * prop.nearend_channel;
+    sat->is_saturate_ind = 0;
+    for (uint32_t k = 0; k < samples; ++k) {
+        const int magnitude = near[k] < 0 ? -static_cast<int>(near[k]) : near[k];
+        if (magnitude > kSaturationThreshold) {
+            sat->is_saturate_ind = 1;
+            break;
+        }
+    }
+    sat->isCurrNearEndSat = (sat->is_saturate_ind_pre == 1 || sat->is_saturate_ind == 1) ? 1 : 0;
+    sat->is_saturate_ind_pre = sat->is_saturate_ind;
+}
+
+// Steps shared by Run and ADF_Run up to the clipping check. Returns SUCCESS to go on, or the
+// code to return at once.
+ALGO_AEC_RET run_front(aec_workingbuf_t *buf, short *near, short *far, Mode mode) {
+    const aec_input_data_property_t &prop = buf->aec_data_property;
+    if (buf->aec_status_flag.is_aec_init_status == 0) {
+        return static_cast<ALGO_AEC_RET>(-1);
+    }
+    if (buf->aec_status_flag.is_run_status == 1) {
+        return ALGO_AEC_RET_API_CONFLICT;
+    }
+    buf->aec_status_flag.is_run_status = 1;
+    // On failure the run flag stays set: later frames report a conflict until Reset or Init.
+    if (DebugDumpDataInit(buf) != 0) {
+        return ALGO_AEC_RET_INIT_ERROR;
+    }
+    const bool dump_inputs = mode == Mode::kFull ? buf->dump_flag != 0 : buf->dump_flag == 1;
+    if (dump_inputs) {
+        DebugDumpWrite(buf->far_end_dump, far, prop.point_number * prop.farend_channel);
+        DebugDumpWrite(buf->near_end_dump, near, prop.point_number * prop.nearend_channel);
+    }
+
+    set_post_info(buf, 256, prop.nearend_channel, static_cast<int32_t>(prop.point_number), 1);
+    for (uint32_t ch = 0; ch < prop.nearend_channel; ++ch) {
+        LoadStreamf(buf->AudioNearEnd[ch], near, static_cast<int>(ch), &buf->postInfo);
+    }
+    detect_saturation(buf, near);
+
+    set_post_info(buf, 256, prop.farend_channel, static_cast<int32_t>(prop.point_number), 1);
+    // The linear-only path bounds the far-end loop by the near-end channel count.
+    const uint32_t far_loads = mode == Mode::kFull ? prop.farend_channel : prop.nearend_channel;
+    for (uint32_t ch = 0; ch < far_loads; ++ch) {
+        LoadStreamf(buf->AudioFarEnd[ch], far, static_cast<int>(ch), &buf->postInfo);
+    }
+
+    // Measured over the first half of the pair: the previous frame's samples.
+    buf->FarEndMean =
+        FarEndMean_Compute(buf->AudioFarEnd[0], static_cast<int>(prop.point_number));
+    VelFuncAec_BufferFarendPartition(buf, buf->AudioFarEnd[0]);
+    buf->postInfo.length = 128;
+    Post_Clipping_Check(&buf->AudioNearEnd[0][128], &buf->postInfo, buf->dbg_level);
+    return ALGO_AEC_RET_SUCCESS;
+}
+
+void write_output(aec_workingbuf_t *buf, float *source, short *near) {
+    const aec_input_data_property_t &prop = buf->aec_data_property;
+    set_post_info(buf, static_cast<int32_t>(prop.point_number), prop.nearend_channel, 0, 1);
+    Post_OLA_Process(source, nullptr, near, &buf->postInfo);
+}
+
+ALGO_AEC_RET run_back(aec_workingbuf_t *buf, short *near) {
+    const aec_input_data_property_t &prop = buf->aec_data_property;
+    if (buf->dump_flag != 0) {
+        DebugDumpWrite(buf->output_dump, near, prop.point_number * prop.nearend_channel);
+    }
+    buf->aec_status_flag.is_run_status = 0;
+    return ALGO_AEC_RET_SUCCESS;
+}
+
+}  // namespace
+
+ALGO_AEC_RET _QenAec_Run(AEC_HANDLE handle, short *pssAduioNearEndIn, short *pssAduioFarEndIn) {
+    if (handle == nullptr) {
+        algo_log_always(ALGO_MSG_ERR, "[AEC]Fail! The AecWorkingBuff is NULL\t\n");
+        return static_cast<ALGO_AEC_RET>(-1);
+    }
+    auto *buf = static_cast<aec_workingbuf_t *>(handle);
+    const ALGO_AEC_RET front = run_front(buf, pssAduioNearEndIn, pssAduioFarEndIn, Mode::kFull);
+    if (front != ALGO_AEC_RET_SUCCESS) {
+        return front;
+    }
+    Aec_NLMS_process(buf, buf->AudioNearEnd[0], buf->AudioNearEnd[1]);
+    Aec_NLP_process(buf, buf->AudioNearEnd[0], buf->AudioNearEnd[1]);
+    write_output(buf, buf->AudioNearEnd[0], pssAduioNearEndIn);
+    return run_back(buf, pssAduioNearEndIn);
+}
+
+ALGO_AEC_RET _QenAec_ADF_Run(AEC_HANDLE handle, short *pssAduioNearEndIn,
+                             short *pssAduioFarEndIn) {
+    if (handle == nullptr) {
+        algo_log_always(ALGO_MSG_ERR, "[AEC]Fail! The AecWorkingBuff is NULL\t\n");
+        return static_cast<ALGO_AEC_RET>(-1);
+    }
+    auto *buf = static_cast<aec_workingbuf_t *>(handle);
+    const ALGO_AEC_RET front =
+        run_front(buf, pssAduioNearEndIn, pssAduioFarEndIn, Mode::kLinearOnly);
+    if (front != ALGO_AEC_RET_SUCCESS) {
+        return front;
+    }
+    // A silent far end skips the linear stage for the frame.
+    if (buf->FarEndMean > 0) {
+        Aec_NLMS_process(buf, buf->AudioNearEnd[0], buf->AudioNearEnd[1]);
+    }
+    write_output(buf, &buf->mdf_error[128], pssAduioNearEndIn);
+    return run_back(buf, pssAduioNearEndIn);
+}
+
+ALGO_AEC_RET _QenAec_NLP_Run(AEC_HANDLE handle, short *pssAduioNearEndIn) {
+    if (handle == nullptr) {
+        algo_log_always(ALGO_MSG_ERR, "The AecWorkingBuff is NULL\t\n");
+        return static_cast<ALGO_AEC_RET>(-1);
+    }
+    auto *buf = static_cast<aec_workingbuf_t *>(handle);
+    Aec_NLP_process(buf, buf->AudioNearEnd[0], buf->AudioNearEnd[1]);
+    write_output(buf, buf->AudioNearEnd[0], pssAduioNearEndIn);
+    return ALGO_AEC_RET_SUCCESS;
+}

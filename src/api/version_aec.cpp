@@ -1,0 +1,18 @@
+// Identification record of the echo canceller, kept in the library's data for tools that scan
+// the file. Nothing reads it; `used` keeps it through optimisation and linking.
+#include "api/version.h"
+
+namespace {
+
+__attribute__((used)) volatile const RB_VERSION rb_version = {
+    {'J', 'Q', 'W'},
+    {'1'},
+    {'#', '#'},
+    {'Q', '7', 'L', 'P', '#', '#', '#', '#'},
+    {'g', '0', '4', '7', 'f', 'a', '#', '#'},
+    {'A', 'E', 'C', '#', '#', '#', '#', '#', '#', '#', '#', '#'},
+    {'#'},
+    {'W', 'Q', 'J'},
+};
+
+}  // namespace
