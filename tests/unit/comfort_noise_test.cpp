@@ -82,7 +82,7 @@ TEST(ComfortNoise, EqualMagnitudesGetAlmostTheWholeFloor) {
 TEST(ComfortNoise, LoudestBinGetsNoneAndWeightFollowsMagnitude) {
     std::vector<float> s(258, 0.0f);
     for (int j = 0; j < 129; ++j) {
-        s[2 * j] = float(j % 10);  // magnitudes 0..9
+        s[2 * j] = float((j + 5) % 10);  // magnitudes 0..9; bin 0 is neither end of the range
     }
     s[1] = s[257] = 0.0f;
     s[2 * 40] = 90.0f;  // the loudest bin
@@ -94,7 +94,7 @@ TEST(ComfortNoise, LoudestBinGetsNoneAndWeightFollowsMagnitude) {
     EXPECT_EQ(s[81], 0.0f);
     for (int j = 0; j < 129; ++j) {
         if (j != 40) {
-            const double a = std::fabs(before[2 * j]) / 90.0;
+            const double a = std::fabs(before[2 * j]) / 90.0;  // min 0, max 90
             expect_added(before, s, j, j, 0.9999 - a, 2.0, 0);
         }
     }
