@@ -38,6 +38,8 @@ INSTANTIATE_TEST_SUITE_P(
                     LevelCase{"unlisted_value", R"({"debug_level": 5})", 7},
                     LevelCase{"other_members_kept", R"({"x": [1, 2], "debug_level": 3})", 3},
                     LevelCase{"missing_member", R"({"level": 1})", 7},
+                    LevelCase{"text_value", R"({"debug_level": "3"})", 7},
+                    LevelCase{"array_root", R"([1, 3])", 7},
                     LevelCase{"invalid_json", R"({"debug_level": 1)", 7},
                     LevelCase{"empty_file", "", 7}, LevelCase{"no_file", nullptr, 7}),
     [](const testing::TestParamInfo<LevelCase> &info) { return std::string(info.param.name); });
