@@ -10,6 +10,10 @@
 
 #include "kernels/simd.h"
 
+#if defined(__aarch64__)
+#error "AArch64 has exact vdivq_f32/vsqrtq_f32 under these names; these kernels target ARMv7"
+#endif
+
 // a / b: reciprocal estimate of b refined by five Newton-Raphson steps x <- x * (2 - b * x).
 static inline float32x4_t vdivq_f32(float32x4_t a, float32x4_t b) {
     float32x4_t x = vrecpeq_f32(b);

@@ -36,7 +36,7 @@ inline float smooth1(float s, float v, float alpha) {
     return s + alpha * (v - s) / 256.0f;
 }
 
-// Re(a * conj(b)) and Im(conj(a) * b) for 4 bins: a_r*b_r + a_i*b_i, a_r*b_i - a_i*b_r.
+// Real and imaginary parts of conj(a) * b for 4 bins: a_r*b_r + a_i*b_i, a_r*b_i - a_i*b_r.
 inline float32x4x2_t cross4(float32x4x2_t a, float32x4x2_t b) {
     float32x4x2_t c;
     c.val[0] = vmlaq_f32(vmulq_f32(a.val[0], b.val[0]), a.val[1], b.val[1]);
