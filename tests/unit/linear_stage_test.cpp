@@ -5,42 +5,17 @@
 #include <cmath>
 #include <cstdio>
 #include <limits>
-#include <random>
 #include <vector>
 
 #include "core/linear_stage.h"
-#include "core/window.h"
-#include "dft_ref.h"
+#include "signal_ref.h"
 #include "fixture.h"
 
 namespace {
 
-std::vector<float> noise(int n, float amp, unsigned seed) {
-    std::mt19937 gen(seed);
-    std::uniform_real_distribution<float> dist(-amp, amp);
-    std::vector<float> v(n);
-    for (float &x : v) {
-        x = dist(gen);
-    }
-    return v;
-}
-
-TEST(Window, PairTakesRisingHalfThenMirroredHalf) {
-    std::vector<float> pair = noise(256, 1000.0f, 1);
-    std::vector<float> out(256);
-    aec_window_pair(pair.data(), out.data());
-    for (int n = 0; n < 256; ++n) {
-        EXPECT_NEAR(out[n], pair[n] * qtest::ref_window(n), 1e-3) << "sample " << n;
-    }
-    EXPECT_EQ(out[0], 0.0f);
-    EXPECT_EQ(out[128], pair[128]);  // the window peaks at the start of the second block
-    aec_window_pair(pair.data(), pair.data());
-    EXPECT_EQ(pair, out);
-}
-
 TEST(LinearStage, FarEndSpectraAreUnwindowedAndWindowedTransforms) {
     auto inst = qtest::make_instance(16000);
-    std::vector<float> pair = noise(256, 8000.0f, 2);
+    std::vector<float> pair = qtest::uniform_noise(256, 8000.0f, 2);
     VelFuncAec_BufferFarendPartition(inst->get(), pair.data());
 
     const std::vector<double> windowed = qtest::ref_windowed(pair.data());
@@ -54,7 +29,7 @@ TEST(LinearStage, FarEndSpectraAreUnwindowedAndWindowedTransforms) {
         EXPECT_NEAR(inst->get()->xfw[2 * k + 1], xw.imag(), tol) << "bin " << k;
     }
     // The far end itself is left as it was.
-    EXPECT_EQ(pair, noise(256, 8000.0f, 2));
+    EXPECT_EQ(pair, qtest::uniform_noise(256, 8000.0f, 2));
 }
 
 TEST(LinearStage, FarEndMean) {
@@ -84,7 +59,8 @@ TEST(LinearStage, FarEndMean) {
 }
 
 TEST(LinearStage, StereoMergeAveragesIntoFirstChannelOnly) {
-    std::vector<float> a = noise(256, 1000.0f, 3), b = noise(256, 1000.0f, 4);
+    std::vector<float> a = qtest::uniform_noise(256, 1000.0f, 3),
+                       b = qtest::uniform_noise(256, 1000.0f, 4);
     const std::vector<float> a0 = a, b0 = b;
     MergeSteroToMono(a.data(), b.data(), 200);
     for (int i = 0; i < 256; ++i) {
@@ -97,9 +73,9 @@ TEST(LinearStage, StereoMergeAveragesIntoFirstChannelOnly) {
 // Fills channel pairs of an instance the way the frame driver leaves them.
 void load_pairs(aec_workingbuf_t *buf, unsigned seed) {
     for (int ch = 0; ch < 2; ++ch) {
-        std::vector<float> v = noise(256, 3000.0f, seed + ch);
+        std::vector<float> v = qtest::uniform_noise(256, 3000.0f, seed + ch);
         std::copy(v.begin(), v.end(), buf->AudioNearEnd[ch]);
-        v = noise(256, 3000.0f, seed + 10 + ch);
+        v = qtest::uniform_noise(256, 3000.0f, seed + 10 + ch);
         std::copy(v.begin(), v.end(), buf->AudioFarEnd[ch]);
     }
 }
@@ -131,8 +107,10 @@ TEST(LinearStage, LinearStageMergesTwoChannelsAndLeavesOneAlone) {
 TEST(LinearStage, HandOverKeepsPreviousAndCurrentBlocks) {
     auto inst = qtest::make_instance(8000);
     aec_workingbuf_t *buf = inst->get();
-    std::vector<float> e1 = noise(128, 10.0f, 5), y1 = noise(128, 10.0f, 6);
-    std::vector<float> e2 = noise(128, 10.0f, 7), y2 = noise(128, 10.0f, 8);
+    std::vector<float> e1 = qtest::uniform_noise(128, 10.0f, 5),
+                       y1 = qtest::uniform_noise(128, 10.0f, 6);
+    std::vector<float> e2 = qtest::uniform_noise(128, 10.0f, 7),
+                       y2 = qtest::uniform_noise(128, 10.0f, 8);
     SentBuffToWorkingBuff(buf, e1.data(), y1.data(), 1);
     SentBuffToWorkingBuff(buf, e2.data(), y2.data(), 2);
     for (int i = 0; i < 128; ++i) {

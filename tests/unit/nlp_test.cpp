@@ -5,24 +5,13 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
-#include <random>
 #include <vector>
 
 #include "core/nlp.h"
-#include "core/window.h"
 #include "fixture.h"
+#include "signal_ref.h"
 
 namespace {
-
-std::vector<float> noise(int n, float amp, unsigned seed) {
-    std::mt19937 gen(seed);
-    std::uniform_real_distribution<float> dist(-amp, amp);
-    std::vector<float> v(n);
-    for (float &x : v) {
-        x = dist(gen);
-    }
-    return v;
-}
 
 // Smoothed powers with the given totals: sd all 1 (sum 129), se all `se`.
 void set_powers(aec_workingbuf_t *buf, float se) {
@@ -79,19 +68,6 @@ TEST(Nlp, CoherencesWithZeroNearEndPowerAreZero) {
     }
 }
 
-TEST(Nlp, PreferredBandGeometry) {
-    struct Case {
-        int mult, size, first_bin, last_bin;
-    };
-    const Case cases[] = {{1, 48, 11, 105}, {2, 24, 5, 51}, {4, 12, 1, 23}, {6, 8, 1, 15}};
-    for (const Case &c : cases) {
-        const nlp_pref_band_t band = nlp_pref_band(c.mult);
-        EXPECT_EQ(band.size, c.size) << "mult " << c.mult;
-        EXPECT_EQ(nlp_pref_bin(band, 0), c.first_bin) << "mult " << c.mult;
-        EXPECT_EQ(nlp_pref_bin(band, band.size - 1), c.last_bin) << "mult " << c.mult;
-    }
-}
-
 // An instance past its first echo (hNlXdAvgMin below 1) with no near-end talk.
 std::unique_ptr<qtest::InstanceBlock> echo_seen(int rate) {
     auto inst = qtest::make_instance(rate);
@@ -124,19 +100,6 @@ TEST(Nlp, FeedbackGainsAreQuantilesOfTheOddPreferredBins) {
     g = quantiles_of(8000, pref);
     EXPECT_FLOAT_EQ(g.hNlFb, 0.36f);
     EXPECT_FLOAT_EQ(g.hNlFbLow, 0.24f);
-}
-
-TEST(Nlp, EchoGainsTakeTheSmallerCoherenceGainPerBin) {
-    auto inst = echo_seen(16000);
-    std::vector<float> cohde = noise(129, 0.5f, 3), cohyd = noise(129, 0.5f, 4);
-    for (int i = 0; i < 129; ++i) {
-        cohde[i] += 0.5f;  // 0..1
-        cohyd[i] += 0.5f;
-    }
-    nlp_gains(inst->get(), cohde.data(), cohyd.data());
-    for (int i = 0; i < 129; ++i) {
-        EXPECT_EQ(inst->get()->hNl[i], std::min(cohde[i], 1.0f - cohyd[i])) << "bin " << i;
-    }
 }
 
 TEST(Nlp, EchoIncoherenceAveragesOnlyTheOddBins) {
@@ -215,19 +178,6 @@ TEST(Nlp, NewMinimumSetsOverdriveTwoBlocksLater) {
     }
 }
 
-TEST(Nlp, MinimaCreepBackToOneAndStop) {
-    auto inst = qtest::make_instance(8000);
-    aec_t &aec = inst->get()->aec_inst;
-    aec.hNlFbLocalMin = 0.999f;
-    aec.hNlXdAvgMin = 0.9998f;
-    nlp_track_minimum(inst->get(), 1.0f);
-    EXPECT_FLOAT_EQ(aec.hNlFbLocalMin, 0.9998f);
-    EXPECT_EQ(aec.hNlXdAvgMin, 1.0f);
-    nlp_track_minimum(inst->get(), 1.0f);
-    EXPECT_EQ(aec.hNlFbLocalMin, 1.0f);
-    EXPECT_EQ(aec.hNlXdAvgMin, 1.0f);
-}
-
 TEST(Nlp, SaturatedNearEndQuadruplesTheOverdriveUsed) {
     const float od[7] = {1.0f, 2.0f, 3.0f, 0.5f, 8.0f, 0.0f, 90.0f};
     // From overDriveSm = 2: rises by 10% of the gap, falls by 1%.
@@ -253,39 +203,12 @@ TEST(Nlp, SaturatedNearEndQuadruplesTheOverdriveUsed) {
     }
 }
 
-// Spectrum the suppression kernel would leave for an untouched block: conjugated.
-void set_conjugated_spectrum(aec_workingbuf_t *buf, const float *pair) {
-    aec_windowed_pair_spectrum(buf, pair, buf->efw);
-    for (int i = 1; i < 258; i += 2) {
-        buf->efw[i] = -buf->efw[i];
-    }
-}
-
-TEST(Nlp, SynthesisOverlapAddsBackToTheSignalOneBlockLate) {
-    auto inst = qtest::make_instance(16000);
-    aec_workingbuf_t *buf = inst->get();
-    const std::vector<float> s = noise(128 * 6, 20000.0f, 9);
-    std::vector<float> pair(256, 0.0f), out(128);
-    for (int t = 0; t < 6; ++t) {
-        std::copy(pair.begin() + 128, pair.end(), pair.begin());
-        std::copy(s.begin() + 128 * t, s.begin() + 128 * (t + 1), pair.begin() + 128);
-        set_conjugated_spectrum(buf, pair.data());
-        std::iota(std::begin(buf->aec_inst.eBuf), std::end(buf->aec_inst.eBuf), 0.0f);
-        nlp_synthesis(buf, out.data());
-        for (int i = 0; i < 128; ++i) {
-            const float expect = t == 0 ? 0.0f : s[128 * (t - 1) + i];
-            ASSERT_NEAR(out[i], expect, 0.2f) << "block " << t << " sample " << i;
-            ASSERT_EQ(buf->aec_inst.eBuf[i], 128.0f + i);
-        }
-    }
-}
-
 TEST(Nlp, WithoutEchoTheBlockPassesThroughOneBlockLate) {
     auto inst = qtest::make_instance(16000);
     aec_workingbuf_t *buf = inst->get();
     aec_t &aec = buf->aec_inst;
     aec.nearEndFrmPtr = buf->AudioNearEnd[0];
-    const std::vector<float> s = noise(128 * 12, 10000.0f, 11);
+    const std::vector<float> s = qtest::uniform_noise(128 * 12, 10000.0f, 11);
     float *pair = buf->AudioNearEnd[0];
     for (int t = 0; t < 12; ++t) {
         std::copy(pair + 128, pair + 256, pair);
@@ -309,7 +232,7 @@ TEST(Nlp, NeverLinearStagedInstanceUsesFirstNearEndBuffer) {
     auto inst = qtest::make_instance(8000);
     aec_workingbuf_t *buf = inst->get();
     ASSERT_EQ(buf->aec_inst.nearEndFrmPtr, nullptr);
-    const std::vector<float> s = noise(256, 1000.0f, 12);
+    const std::vector<float> s = qtest::uniform_noise(256, 1000.0f, 12);
     std::copy(s.begin(), s.end(), buf->AudioNearEnd[0]);
     Aec_NLP_process(buf, buf->AudioNearEnd[1], buf->AudioNearEnd[1]);
     // The near end was analysed from that buffer, and the (silent) error output written over

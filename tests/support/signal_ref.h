@@ -1,11 +1,15 @@
-// Independent references for spectral tests: a direct DFT of 256 real samples in double
-// precision and the square-root Hann window computed from its definition.
+// Test signals and independent references for spectral tests: seeded uniform noise, a direct
+// DFT of 256 real samples in double precision, and the square-root Hann window computed from
+// its definition.
 #pragma once
 
 #include <complex>
 #include <vector>
 
 namespace qtest {
+
+// n samples uniform in [-amp, amp], the same for the same seed.
+std::vector<float> uniform_noise(int n, float amp, unsigned seed);
 
 // sin(pi * i / 256) for i = 0..128, and its mirrored use on the second half of a pair.
 double ref_window(int n);  // weight of sample n (0..255) of a block pair

@@ -1,9 +1,20 @@
-#include "dft_ref.h"
+#include "signal_ref.h"
 
 #include <cmath>
 #include <numbers>
+#include <random>
 
 namespace qtest {
+
+std::vector<float> uniform_noise(int n, float amp, unsigned seed) {
+    std::mt19937 gen(seed);
+    std::uniform_real_distribution<float> dist(-amp, amp);
+    std::vector<float> v(n);
+    for (float &x : v) {
+        x = dist(gen);
+    }
+    return v;
+}
 
 double ref_window(int n) {
     const int i = n < 128 ? n : 256 - n;
