@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/nlp.h"
+#include "dsp/comfort_noise.h"
 #include "fixture.h"
 #include "signal_ref.h"
 
@@ -246,6 +247,29 @@ TEST(Nlp, NeverLinearStagedInstanceUsesFirstNearEndBuffer) {
         ASSERT_EQ(buf->AudioNearEnd[0][i], 0.0f) << "sample " << i;
         ASSERT_EQ(buf->AudioNearEnd[0][128 + i], s[128 + i]);
     }
+}
+
+// Output of one block over silent buffers with comfort noise on and the noise floor at `pow`.
+std::vector<float> comfort_block(float pow) {
+    auto inst = qtest::make_instance(16000);
+    aec_workingbuf_t *buf = inst->get();
+    buf->aec_data_property.comfort_noise_channel = 1;
+    buf->aec_data_property.comfort_noise_min_pwr = 1e-6f;
+    std::fill(std::begin(buf->aec_inst.dInitMinPow), std::end(buf->aec_inst.dInitMinPow), pow);
+    comfort_noise_set_positions(0, 0);
+    Aec_NLP_process(buf, nullptr, nullptr);
+    return {buf->AudioNearEnd[0], buf->AudioNearEnd[0] + 128};
+}
+
+TEST(Nlp, ComfortNoiseFollowsTheCoreNoiseFloor) {
+    const std::vector<float> quiet = comfort_block(100.0f);
+    const std::vector<float> loud = comfort_block(400.0f);
+    double energy = 0.0;
+    for (int i = 0; i < 128; ++i) {
+        energy += quiet[i] * quiet[i];
+        ASSERT_NEAR(loud[i], 2.0f * quiet[i], 1e-4f * 32767.0f) << "sample " << i;
+    }
+    EXPECT_GT(energy, 0.0);
 }
 
 }  // namespace
