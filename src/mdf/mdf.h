@@ -64,5 +64,8 @@ void mdf_echo_cancellation(aec_workingbuf_t *aec_internal_buf_in, mdf_word16_t *
 void filter_dc_notch16(const mdf_word16_t *in, mdf_word16_t radius, mdf_word16_t *out, int len,
                        mdf_mem_t *mem, unsigned short channel);
 void mdf_adjust_prop(const mdf_word32_t *W, int N, int M, mdf_word16_t *prop);
+// True when partition j gets the gradient constraint in a frame whose counter (after its
+// increment) is cancel_count: partition 0 always, and one other in turn.
+bool mdf_constrains_partition(unsigned cancel_count, int j);
 void fft_wrap(aec_workingbuf_t *aec_internal_buf_in, float *time_domain, float *frquency_domain);
 void ifft_wrap(aec_workingbuf_t *aec_internal_buf_in, float *frquency_domain, float *time_domain);

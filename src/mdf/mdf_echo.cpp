@@ -1,0 +1,364 @@
+// The per-frame step of the adaptive filter: pre-processing of both ends, the far-end
+// spectrum ring, foreground and background outputs, the background update with its
+// gradient constraint, the foreground/background decision, the divergence watch, and the
+// leak estimate that sets the next frame's step sizes. It owns nothing beyond the state
+// record; W, Xf, e and y are borrowed from the core state, E and Y from the instance.
+#include <cmath>
+#include <cstring>
+
+#include "diag/log.h"
+#include "dsp/vector_math.h"
+#include "instance.h"
+#include "kernels/spectral.h"
+#include "mdf/mdf.h"
+
+namespace {
+
+constexpr int kFrame = 128;
+constexpr int kN = 256;
+constexpr int kM = 8;
+constexpr int kSpectrum = 258;
+constexpr int kFilter = kM * kSpectrum;
+constexpr int kBins = 129;
+
+// Energies of one frame (the state's Pey/Pyy are separate).
+struct frame_sums_t {
+    float Sxx = 0, Sff = 0, See = 0, Syy = 0, Sey = 0, Sdd = 0, Dbf = 0;
+};
+
+float dot(float *a, float *b) {
+    float r = 0;
+    ne10_InnerProduct(a, b, &r, kFrame);
+    return r;
+}
+
+// Adds to a 16-bit counter; a carry past 65535 is reported (when errors are enabled) and wraps.
+void add_to_counter(aec_workingbuf_t *buf, uint16_t *counter, unsigned add, const char *text) {
+    const unsigned sum = *counter + add;
+    *counter = static_cast<uint16_t>(sum);
+    if (sum > 0xFFFFu) {
+        algo_log(buf->dbg_level, ALGO_MSG_ERR, "%s", text);
+    }
+}
+
+void advance_cancel_count(aec_workingbuf_t *buf, MdfEchoState *st) {
+    if (st->cancel_count < 7) {
+        add_to_counter(buf, &st->cancel_count, 1, "[AEC] Fail! cancel_count counter overflow.\t\n");
+    } else {
+        st->cancel_count = 0;
+    }
+}
+
+// DC notch and pre-emphasis of the near end into st->input, pre-emphasis of the far end into
+// the upper half of st->x.
+void preprocess(MdfEchoState *st, const float *in, const float *far_end) {
+    filter_dc_notch16(in, st->notch_radius, st->input, kFrame, st->notch_mem, 1);
+    for (int i = 0; i < kFrame; ++i) {
+        st->x[kFrame + i] = far_end[i] - st->preemph * st->memX;
+        st->memX = far_end[i];
+        const float d = st->input[i];
+        st->input[i] = d - st->preemph * st->memD;
+        st->memD = d;
+    }
+}
+
+// Shifts the far-end spectrum ring and transforms the new pair into spectrum 0; returns Sxx.
+float advance_far_end(aec_workingbuf_t *buf, MdfEchoState *st) {
+    // Only N floats of each spectrum move: the Nyquist pairs of spectra 1..8 keep their old
+    // values. Intended; the ring has always been shifted this way.
+    for (int j = kM - 1; j >= 0; --j) {
+        memmove(st->X + (j + 1) * kSpectrum, st->X + j * kSpectrum, sizeof(float) * kN);
+    }
+    fft_wrap(buf, st->x, st->X);
+    // last_y holds the far-end pair until adaptation has been reached and it is shifted.
+    memcpy(st->last_y, st->x, sizeof(float) * kN);
+    const float Sxx = dot(st->x + kFrame, st->x + kFrame);
+    memcpy(st->x, st->x + kFrame, sizeof(float) * kFrame);
+    return Sxx;
+}
+
+// Foreground error into e[0..127] (its echo estimate in e[128..255]); returns Sff.
+float foreground_error(aec_workingbuf_t *buf, MdfEchoState *st) {
+    float *e = buf->aec_inst.eBuf;
+    VelFunc_SpectralMulAccum(st->X, st->foreground, buf->yf, kSpectrum, kM);
+    ifft_wrap(buf, buf->yf, e);
+    for (int i = 0; i < kFrame; ++i) {
+        e[i] = st->input[i] - e[kFrame + i];
+    }
+    return dot(e, e);
+}
+
+// One gradient step of the background filter with the previous frame's error spectrum,
+// then the constraint of partition 0 and of the partition whose turn it is.
+void adapt_background(aec_workingbuf_t *buf, MdfEchoState *st) {
+    float *W = buf->aec_inst.wfBuf;
+    mdf_adjust_prop(W, kSpectrum, kM, st->prop);
+    if (st->saturated == 0) {
+        for (int j = kM - 1; j >= 0; --j) {
+            VelFunc_WeightedSpectralMulConj(st->power_1, st->prop[j], st->X + (j + 1) * kSpectrum,
+                                            buf->ef, st->PHI, kSpectrum);
+            for (int i = 0; i < kSpectrum; ++i) {
+                W[j * kSpectrum + i] += st->PHI[i];
+            }
+        }
+    } else {
+        st->saturated--;
+    }
+    for (int j = 0; j < kM; ++j) {
+        if (!mdf_constrains_partition(st->cancel_count, j)) {
+            continue;
+        }
+        ifft_wrap(buf, W + j * kSpectrum, st->wtmp);
+        memset(st->wtmp + kFrame, 0, sizeof(float) * kFrame);
+        fft_wrap(buf, st->wtmp, W + j * kSpectrum);
+    }
+}
+
+// Background echo estimate into y, filter difference energy Dbf, background error into
+// e[0..127] and its energy See. The echo estimate that leaves the step is taken here.
+void background_error(aec_workingbuf_t *buf, MdfEchoState *st, float *estimated_echo,
+                      frame_sums_t *s) {
+    float *e = buf->aec_inst.eBuf;
+    float *y = buf->aec_inst.yBuf;
+    VelFunc_SpectralMulAccum(st->X, buf->aec_inst.wfBuf, buf->yf, kSpectrum, kM);
+    ifft_wrap(buf, buf->yf, y);
+    for (int i = 0; i < kFrame; ++i) {
+        e[i] = e[kFrame + i] - y[kFrame + i];
+    }
+    s->Dbf = 10 + dot(e, e);
+    for (int i = 0; i < kFrame; ++i) {
+        e[i] = st->input[i] - y[kFrame + i];
+    }
+    memcpy(estimated_echo, y + kFrame, sizeof(float) * kFrame);
+    s->See = dot(e, e);
+}
+
+void clear_difference_stats(MdfEchoState *st) {
+    st->Davg1 = st->Davg2 = 0;
+    st->Dvar1 = st->Dvar2 = 0;
+}
+
+// Copies the background into the foreground when it has done better, or the foreground back
+// into the background when that has gone clearly worse.
+void choose_filter(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
+    float *e = buf->aec_inst.eBuf;
+    float *y = buf->aec_inst.yBuf;
+    float *W = buf->aec_inst.wfBuf;
+    const float Sff = s->Sff;
+    const float Dbf = s->Dbf;
+    const float d = Sff - s->See;
+    st->Davg1 = 0.6f * st->Davg1 + 0.4f * d;
+    st->Davg2 = 0.85f * st->Davg2 + 0.15f * d;
+    st->Dvar1 = 0.36f * st->Dvar1 + (0.4f * Sff) * (0.4f * Dbf);
+    st->Dvar2 = 0.7225f * st->Dvar2 + (0.15f * Sff) * (0.15f * Dbf);
+
+    const bool update = d * std::fabs(d) > Sff * Dbf ||
+                        st->Davg1 * std::fabs(st->Davg1) > 0.5f * st->Dvar1 ||
+                        st->Davg2 * std::fabs(st->Davg2) > 0.25f * st->Dvar2;
+    if (update) {
+        clear_difference_stats(st);
+        memcpy(st->foreground, W, sizeof(float) * kFilter);
+        // Cross-fade from the old foreground's output into the new one's.
+        for (int i = 0; i < kFrame; ++i) {
+            e[kFrame + i] = st->window[kFrame + i] * e[kFrame + i] + st->window[i] * y[kFrame + i];
+        }
+        return;
+    }
+    const bool reset = (-d) * std::fabs(d) > 4 * Sff * Dbf ||
+                       (-st->Davg1) * std::fabs(st->Davg1) > 4 * st->Dvar1 ||
+                       (-st->Davg2) * std::fabs(st->Davg2) > 4 * st->Dvar2;
+    if (reset) {
+        memcpy(W, st->foreground, sizeof(float) * kFilter);
+        memcpy(y + kFrame, e + kFrame, sizeof(float) * kFrame);
+        for (int i = 0; i < kFrame; ++i) {
+            e[i] = st->input[i] - y[kFrame + i];
+        }
+        s->See = Sff;
+        clear_difference_stats(st);
+    }
+}
+
+// Residual with de-emphasis, clamped to 16 bits; the clamped value feeds the de-emphasis.
+void write_output(aec_workingbuf_t *buf, MdfEchoState *st, float *out) {
+    const float *e = buf->aec_inst.eBuf;
+    for (int i = 0; i < kFrame; ++i) {
+        float tmp_out = (st->input[i] - e[kFrame + i]) + st->preemph * st->memE;
+        if (tmp_out > 32767) {
+            tmp_out = 32767;
+        } else if (tmp_out < -32768) {
+            tmp_out = -32768;
+        }
+        out[i] = tmp_out;
+        st->memE = tmp_out;
+    }
+}
+
+// Moves the error into e[128..255] and measures Sey, Syy and Sdd.
+void frame_energies(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
+    float *e = buf->aec_inst.eBuf;
+    float *y = buf->aec_inst.yBuf;
+    memcpy(e + kFrame, e, sizeof(float) * kFrame);
+    memset(e, 0, sizeof(float) * kFrame);
+    s->Sey = dot(e + kFrame, y + kFrame);
+    s->Syy = dot(y + kFrame, y + kFrame);
+    s->Sdd = dot(st->input, st->input);
+}
+
+// Counts divergence; true when the state has to be reset. Written so that NaN energies count
+// as divergent (the comparisons are false for NaN).
+bool diverged(aec_workingbuf_t *buf, MdfEchoState *st, const frame_sums_t &s, float *out) {
+    const float limit = 256e9f;
+    if (!(s.Syy >= 0 && s.Sxx >= 0 && s.See >= 0) ||
+        !(s.Sff < limit && s.Syy < limit && s.Sxx < limit)) {
+        add_to_counter(buf, &st->screwed_up, 50, "[AEC] Fail! screwed_up counter overflow.\t\n");
+        memset(out, 0, sizeof(float) * kFrame);
+    } else if (s.Sff > s.Sdd + 2560000.0f) {
+        add_to_counter(buf, &st->screwed_up, 1, "[AEC] Fail! screwed_up counter overflow.\t\n");
+    } else {
+        st->screwed_up = 0;
+    }
+    if (st->screwed_up > 65484) {
+        st->screwed_up = 50;
+    }
+    return st->screwed_up >= 50;
+}
+
+// Spectra of this frame's error and background echo, and the smoothed far-end power.
+void frame_spectra(aec_workingbuf_t *buf, MdfEchoState *st) {
+    float *y = buf->aec_inst.yBuf;
+    fft_wrap(buf, buf->aec_inst.eBuf, buf->ef);
+    memset(y, 0, sizeof(float) * kFrame);
+    fft_wrap(buf, y, buf->yf);
+    VelFunAec_PowerSpectrum(buf->ef, st->Rf, kSpectrum);
+    VelFunAec_PowerSpectrum(buf->yf, st->Yf, kSpectrum);
+    float *Xf = buf->aec_inst.xPow;
+    VelFunAec_PowerSpectrum(st->X, Xf, kSpectrum);
+    const float ss = static_cast<float>(0.35 / kM);
+    for (int i = 0; i < kBins; ++i) {
+        st->power[i] = (1 - ss) * st->power[i] + 1 + ss * Xf[i];
+    }
+}
+
+// Correlation of error and echo-estimate power fluctuations gives the leak of the echo into
+// the residual.
+void update_leak(MdfEchoState *st, const frame_sums_t &s) {
+    float Pey = 1.0f;
+    float Pyy = 1.0f;
+    const float a = st->spec_average;
+    for (int j = kBins - 1; j >= 0; --j) {
+        const float Eh = st->Rf[j] - st->Eh[j];
+        const float Yh = st->Yf[j] - st->Yh[j];
+        Pey += Eh * Yh;
+        Pyy += Yh * Yh;
+        st->Eh[j] = (1 - a) * st->Eh[j] + a * st->Rf[j];
+        st->Yh[j] = (1 - a) * st->Yh[j] + a * st->Yf[j];
+    }
+    Pyy = std::sqrt(Pyy);
+    Pey = Pey / Pyy;
+
+    float tmp32 = st->beta0 * s.Syy;
+    if (tmp32 > st->beta_max * s.See) {
+        tmp32 = st->beta_max * s.See;
+    }
+    const float alpha = tmp32 / s.See;
+    st->Pey = (1 - alpha) * st->Pey + alpha * Pey;
+    st->Pyy = (1 - alpha) * st->Pyy + alpha * Pyy;
+    if (st->Pyy < 1) {
+        st->Pyy = 1;
+    }
+    if (st->Pey < 0.005f * st->Pyy) {
+        st->Pey = 0.005f * st->Pyy;
+    }
+    if (st->Pey > st->Pyy) {
+        st->Pey = st->Pyy;
+    }
+    st->leak_estimate = st->Pey / st->Pyy;
+    // Never reached by float values; kept as the historical bound.
+    if (st->leak_estimate > 16383) {
+        st->leak_estimate = 32767;
+    }
+}
+
+float residual_to_error_ratio(const MdfEchoState *st, const frame_sums_t &s) {
+    float RER = (0.0001f * s.Sxx + 3.0f * st->leak_estimate * s.Syy) / s.See;
+    const float floor = s.Sey * s.Sey / (1 + s.See * s.Syy);
+    if (RER < floor) {
+        RER = floor;
+    }
+    if (RER > 0.5f) {
+        RER = 0.5f;
+    }
+    return RER;
+}
+
+// Per-bin step sizes for the next frame: a fixed rate until the filter has adapted once,
+// then a rate from the leak estimate and the residual-to-error ratio.
+void update_step_sizes(MdfEchoState *st, const frame_sums_t &s, float RER) {
+    if (!st->adapted && st->sum_adapt > 8 && st->leak_estimate * s.Syy > 0.03f * s.Syy) {
+        st->adapted = 1;
+    }
+    if (st->adapted) {
+        for (int i = 0; i < kBins; ++i) {
+            float r = st->leak_estimate * st->Yf[i];
+            const float e = st->Rf[i] + 1;
+            if (r > 0.5f * e) {
+                r = 0.5f * e;
+            }
+            st->power_1[i] = (0.7f * r + 0.3f * RER * e) / ((st->power[i] + 10) * e);
+        }
+        return;
+    }
+    float adapt_rate = 0;
+    if (s.Sxx > 256000.0f) {
+        float tmp32 = 0.25f * s.Sxx;
+        if (tmp32 > 0.25f * s.See) {
+            tmp32 = 0.25f * s.See;
+        }
+        adapt_rate = tmp32 / s.See;
+    }
+    // Runs on a quiet far end too, so the step sizes drop to 0 there.
+    for (int i = 0; i < kBins; ++i) {
+        st->power_1[i] = adapt_rate / (st->power[i] + 10);
+    }
+    st->sum_adapt += adapt_rate;
+}
+
+}  // namespace
+
+void mdf_echo_cancellation(aec_workingbuf_t *buf, mdf_word16_t *in, mdf_word16_t * /*in_ch2*/,
+                           mdf_word16_t *far_end, mdf_word16_t *out, mdf_word16_t * /*out_ch2*/,
+                           mdf_word16_t *estimated_echo, mdf_word16_t * /*estimated_echo_ch2*/) {
+    MdfEchoState *st = &buf->mdf_workingbuff;
+    frame_sums_t s;
+
+    advance_cancel_count(buf, st);
+    preprocess(st, in, far_end);
+    s.Sxx = advance_far_end(buf, st);
+    s.Sff = foreground_error(buf, st);
+    adapt_background(buf, st);
+    background_error(buf, st, estimated_echo, &s);
+    choose_filter(buf, st, &s);
+    write_output(buf, st, out);
+    frame_energies(buf, st, &s);
+
+    if (diverged(buf, st, s, out)) {
+        mdf_warning(
+            "The echo canceller started acting funny and got slapped (reset). It swears it "
+            "will behave now.");
+        mdf_echo_state_reset(buf);
+        return;
+    }
+    if (s.See < 25600.0f) {
+        s.See = 25600.0f;
+    }
+    frame_spectra(buf, st);
+    update_leak(st, s);
+    update_step_sizes(st, s, residual_to_error_ratio(st, s));
+
+    if (st->adapted) {
+        memcpy(st->last_y, st->last_y + kFrame, sizeof(float) * kFrame);
+        for (int i = 0; i < kFrame; ++i) {
+            st->last_y[kFrame + i] = in[i] - out[i];
+        }
+    }
+}

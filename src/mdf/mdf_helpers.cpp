@@ -1,0 +1,76 @@
+// Helpers of the adaptive-filter step: the DC notch of the near end, the proportional step
+// weights, the partition rotation of the gradient constraint, and the transform pair on the
+// filter's own 1/256 spectrum scale (scratch in the instance's fft_aec_buf).
+#include <cmath>
+#include <cstring>
+
+#include "instance.h"
+#include "mdf/mdf.h"
+
+namespace {
+
+constexpr int kN = 256;
+constexpr int kSpectrum = 258;
+
+}  // namespace
+
+void filter_dc_notch16(const mdf_word16_t *in, mdf_word16_t radius, mdf_word16_t *out, int len,
+                       mdf_mem_t *mem, unsigned short /*channel*/) {
+    const double r = radius;
+    const float den2 = static_cast<float>(r * r + 0.7 * (1.0 - r) * (1.0 - r));
+    for (int i = 0; i < len; ++i) {
+        const float vin = in[i];
+        const float vout = mem[0] + vin;
+        mem[0] = mem[1] + 2.0f * (radius * vout - vin);
+        mem[1] = vin - den2 * vout;
+        out[i] = radius * vout;
+    }
+}
+
+void mdf_adjust_prop(const mdf_word32_t *W, int N, int M, mdf_word16_t *prop) {
+    // Both sums start at 1, so the weights add up to a little less than 0.99.
+    float max_sum = 1.0f;
+    for (int i = 0; i < M; ++i) {
+        float tmp = 1.0f;
+        for (int j = 0; j < N; ++j) {
+            tmp += W[i * N + j] * W[i * N + j];
+        }
+        prop[i] = static_cast<float>(std::sqrt(static_cast<double>(tmp)));
+        if (prop[i] > max_sum) {
+            max_sum = prop[i];
+        }
+    }
+    float prop_sum = 1.0f;
+    for (int i = 0; i < M; ++i) {
+        prop[i] = prop[i] + 0.1f * max_sum;
+        prop_sum += prop[i];
+    }
+    for (int i = 0; i < M; ++i) {
+        prop[i] = 0.99f * prop[i] / prop_sum;
+    }
+}
+
+bool mdf_constrains_partition(unsigned cancel_count, int j) {
+    // The counter runs 0..7 but is taken modulo 7: counts 7 and 0 both pick partition 1.
+    return j == 0 || static_cast<int>(cancel_count % 7) == j - 1;
+}
+
+void fft_wrap(aec_workingbuf_t *buf, float *time_domain, float *frquency_domain) {
+    float *a = buf->fft_aec_buf;
+    memcpy(a, time_domain, sizeof(float) * kN);
+    VEL_rdft(&buf->FFT_workingBuff, kN, 1, a, buf->fft_aec_ip, buf->fft_aec_wfft);
+    for (int i = 0; i < kSpectrum; ++i) {
+        a[i] /= 256.0f;
+    }
+    memcpy(frquency_domain, a, sizeof(float) * kSpectrum);
+}
+
+void ifft_wrap(aec_workingbuf_t *buf, float *frquency_domain, float *time_domain) {
+    float *a = buf->fft_aec_buf;
+    memcpy(a, frquency_domain, sizeof(float) * kSpectrum);
+    for (int i = 0; i < kSpectrum; ++i) {
+        a[i] *= 256.0f;
+    }
+    VEL_rdft(&buf->FFT_workingBuff, kN, -1, a, buf->fft_aec_ip, buf->fft_aec_wfft);
+    memcpy(time_domain, a, sizeof(float) * kN);
+}
