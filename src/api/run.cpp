@@ -57,8 +57,8 @@ ALGO_AEC_RET run_front(aec_workingbuf_t *buf, short *near, short *far, Mode mode
     }
     const bool dump_inputs = mode == Mode::kFull ? buf->dump_flag != 0 : buf->dump_flag == 1;
     if (dump_inputs) {
-        DebugDumpWrite(buf->far_end_dump, far, prop.point_number * prop.farend_channel);
-        DebugDumpWrite(buf->near_end_dump, near, prop.point_number * prop.nearend_channel);
+        DebugDumpDataWrite(buf->far_end_dump, far, prop.point_number * prop.farend_channel);
+        DebugDumpDataWrite(buf->near_end_dump, near, prop.point_number * prop.nearend_channel);
     }
 
     set_post_info(buf, 256, prop.nearend_channel, static_cast<int32_t>(prop.point_number), 1);
@@ -92,7 +92,7 @@ void write_output(aec_workingbuf_t *buf, float *source, short *near) {
 ALGO_AEC_RET run_back(aec_workingbuf_t *buf, short *near) {
     const aec_input_data_property_t &prop = buf->aec_data_property;
     if (buf->dump_flag != 0) {
-        DebugDumpWrite(buf->output_dump, near, prop.point_number * prop.nearend_channel);
+        DebugDumpDataWrite(buf->output_dump, near, prop.point_number * prop.nearend_channel);
     }
     buf->aec_status_flag.is_run_status = 0;
     return ALGO_AEC_RET_SUCCESS;

@@ -1,3 +1,4 @@
+cmake_minimum_required(VERSION 3.25)
 # Fails when the shared object exports any function or object other than the 13 QenAec_* ones.
 # Inputs: -DNM=<nm> -DLIBRARY=<path to libqenaec.so>
 set(expected

@@ -1,3 +1,4 @@
+cmake_minimum_required(VERSION 3.25)
 # Finds the three identification records, byte for byte, in the shared object and in a
 # stripped copy of it. Inputs: -DSTRIP=<strip> -DLIBRARY=<path> -DWORK_DIR=<dir>
 set(records

@@ -1,3 +1,4 @@
+cmake_minimum_required(VERSION 3.25)
 # The README shows the example program verbatim. Inputs: -DREADME=<path> -DEXAMPLE=<path>
 file(READ ${README} readme)
 file(READ ${EXAMPLE} example)
