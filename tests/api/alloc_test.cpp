@@ -26,7 +26,7 @@ long g_allocations = 0;
 void *g_live[256];
 int g_live_count = 0;
 
-void track(void *p) {
+[[maybe_unused]] void track(void *p) {
     if (g_counting && p != nullptr) {
         ++g_allocations;
         if (g_live_count < 256) {
@@ -35,7 +35,7 @@ void track(void *p) {
     }
 }
 
-void untrack(void *p) {
+[[maybe_unused]] void untrack(void *p) {
     for (int i = 0; i < g_live_count; ++i) {
         if (g_live[i] == p) {
             g_live[i] = g_live[--g_live_count];
