@@ -90,19 +90,19 @@ typedef enum QEN_AEC_BOOL QEN_AEC_ENUM_BASE { QEN_AEC_FALSE = 0, QEN_AEC_TRUE = 
  */
 typedef enum ALGO_AEC_RET QEN_AEC_ENUM_BASE {
     ALGO_AEC_RET_SUCCESS = 0x00000000,
-    ALGO_AEC_RET_INIT_ERROR = 0x10000401,             /* dump set-up failed in Run/ADF_Run */
-    ALGO_AEC_RET_INVALID_HANDLE = 0x10000402,         /* null handle or record */
-    ALGO_AEC_RET_INVALID_SAMPLE_RATE = 0x10000403,    /* not 8000/16000/32000/48000 */
-    ALGO_AEC_RET_INVALID_POINT_NUMBER = 0x10000404,   /* point_number not 128 */
-    ALGO_AEC_RET_INVALID_CHANNEL = 0x10000405,        /* a channel count not 1 or 2 */
-    ALGO_AEC_RET_INVALID_ENABLE = 0x10000406,         /* defined, never returned */
-    ALGO_AEC_RET_INVALID_SUP_BAND = 0x10000407,       /* band edge outside 1..126 or out of order */
-    ALGO_AEC_RET_INVALID_SUP_MODE = 0x10000408,       /* intensity above 25 */
-    ALGO_AEC_RET_INVALID_COMFORT_NOISE = 0x10000409,  /* comfort_noise_enable not 0 or 1 */
-    ALGO_AEC_RET_INVALID_DELAY_SAMPLE = 0x10000410,   /* defined, never returned */
+    ALGO_AEC_RET_INIT_ERROR = 0x10000401,            /* dump set-up failed in Run/ADF_Run */
+    ALGO_AEC_RET_INVALID_HANDLE = 0x10000402,        /* null handle or record */
+    ALGO_AEC_RET_INVALID_SAMPLE_RATE = 0x10000403,   /* not 8000/16000/32000/48000 */
+    ALGO_AEC_RET_INVALID_POINT_NUMBER = 0x10000404,  /* point_number not 128 */
+    ALGO_AEC_RET_INVALID_CHANNEL = 0x10000405,       /* a channel count not 1 or 2 */
+    ALGO_AEC_RET_INVALID_ENABLE = 0x10000406,        /* defined, never returned */
+    ALGO_AEC_RET_INVALID_SUP_BAND = 0x10000407,      /* band edge outside 1..126 or out of order */
+    ALGO_AEC_RET_INVALID_SUP_MODE = 0x10000408,      /* intensity above 25 */
+    ALGO_AEC_RET_INVALID_COMFORT_NOISE = 0x10000409, /* comfort_noise_enable not 0 or 1 */
+    ALGO_AEC_RET_INVALID_DELAY_SAMPLE = 0x10000410,  /* defined, never returned */
     ALGO_AEC_RET_INVALID_RECURSIVE_RATIO = 0x10000411, /* ratio outside 1..10 */
-    ALGO_AEC_RET_API_CONFLICT = 0x10000412,           /* run flag still set (re-entry) */
-    ALGO_AEC_RET_INVALID_CALLING = 0x10000413         /* instance not initialised */
+    ALGO_AEC_RET_API_CONFLICT = 0x10000412,            /* run flag still set (re-entry) */
+    ALGO_AEC_RET_INVALID_CALLING = 0x10000413          /* instance not initialised */
 } ALGO_AEC_RET;
 
 /* Filled by the caller for Init and Reset; written back by GetConfig. */
@@ -115,9 +115,9 @@ typedef struct AudioAecInit {
 
 /* Filled by the caller for Config; written back by GetConfig. */
 typedef struct AudioAecConfig {
-    QEN_AEC_BOOL comfort_noise_enable;      /* 0 or 1 */
-    int16_t delay_sample;                   /* stored and returned; not applied to the signal */
-    uint32_t suppression_mode_freq[6];      /* upper FFT bin of bands 0..5: 1..126, non-decreasing */
+    QEN_AEC_BOOL comfort_noise_enable; /* 0 or 1 */
+    int16_t delay_sample;              /* stored and returned; not applied to the signal */
+    uint32_t suppression_mode_freq[6]; /* upper FFT bin of bands 0..5: 1..126, non-decreasing */
     uint32_t suppression_mode_intensity[7]; /* suppression intensity of bands 0..6: 0..25 */
 } AudioAecConfig;
 

@@ -58,4 +58,6 @@ int VelFuncAec_InitAec(int sampFreq, aec_workingbuf_t *buf) {
     return 0;
 }
 
-int VelFuncAec_FreeAec(aec_workingbuf_t *buf) { return buf == nullptr ? -1 : 0; }
+int VelFuncAec_FreeAec(aec_workingbuf_t *buf) {
+    return buf == nullptr ? -1 : 0;
+}

@@ -4,13 +4,13 @@
 
 #include <cstdint>
 
-constexpr int kAecBlock = 128;          // samples per channel per frame, and the analysis hop
-constexpr int kAecFft = 256;            // real transform length
-constexpr int kAecBins = 129;           // kAecFft / 2 + 1
-constexpr int kAecSpectrum = 258;       // packed spectrum floats
-constexpr int kAecPartitions = 8;       // far-end partitions of the linear filter
-constexpr int kAecPartitioned = 2064;   // kAecPartitions * kAecSpectrum
-constexpr int kAecBands = 7;            // suppression bands
+constexpr int kAecBlock = 128;         // samples per channel per frame, and the analysis hop
+constexpr int kAecFft = 256;           // real transform length
+constexpr int kAecBins = 129;          // kAecFft / 2 + 1
+constexpr int kAecSpectrum = 258;      // packed spectrum floats
+constexpr int kAecPartitions = 8;      // far-end partitions of the linear filter
+constexpr int kAecPartitioned = 2064;  // kAecPartitions * kAecSpectrum
+constexpr int kAecBands = 7;           // suppression bands
 
 struct aec_workingbuf_t;
 

@@ -19,7 +19,9 @@ namespace {
 
 constexpr size_t kPlanAlign = 16;
 
-size_t align_up(size_t n) { return (n + kPlanAlign - 1) & ~(kPlanAlign - 1); }
+size_t align_up(size_t n) {
+    return (n + kPlanAlign - 1) & ~(kPlanAlign - 1);
+}
 
 void kiss_r2c(ne10_fft_cpx_float32_t *out, const float *in, ne10_fft_r2c_cfg_float32_t cfg) {
     kiss_fftr(cfg->forward, in, reinterpret_cast<kiss_fft_cpx *>(out));
@@ -107,8 +109,8 @@ void VEL_rdft(FFTHandle_t *handle, int n, int isgn, float *a, int *ip, float *w)
         return;
     }
     const size_t bins_bytes = sizeof(ne10_fft_cpx_float32_t) * static_cast<size_t>(n / 2 + 1);
-    const bool missing = handle->fft_Ne10_cfg == nullptr || a == nullptr || ip == nullptr ||
-                         w == nullptr;
+    const bool missing =
+        handle->fft_Ne10_cfg == nullptr || a == nullptr || ip == nullptr || w == nullptr;
     // The check only warns; the transform runs on whatever is there, except that a missing
     // plan or data array would crash the engine, so those two alone skip it.
     const bool runnable = handle->fft_Ne10_cfg != nullptr && a != nullptr;

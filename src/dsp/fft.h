@@ -34,7 +34,8 @@ extern ne10_fft_c2r_fn ne10_fft_c2r_1d_float32;
 
 unsigned int FFT_GetBufferSize(unsigned int nfft);
 void fft_init(FFTHandle_t *handle);
-// Builds the plan in `area_bytes` bytes at fft_Ne10_cfg; fft_init passes FFT_GetBufferSize(fftSize).
+// Builds the plan in `area_bytes` bytes at fft_Ne10_cfg; fft_init passes
+// FFT_GetBufferSize(fftSize).
 void fft_init_in(FFTHandle_t *handle, unsigned int area_bytes);
 void VEL_rdft(FFTHandle_t *handle, int n, int isgn, float *a, int *ip, float *w);
 void fft_Free(FFTHandle_t *handle);

@@ -35,9 +35,13 @@ void set_rate_values(MdfEchoState *st, int rate) {
 
 }  // namespace
 
-void mdf_warning(const char *str) { fprintf(stderr, "warning: %s\n", str); }
+void mdf_warning(const char *str) {
+    fprintf(stderr, "warning: %s\n", str);
+}
 
-void mdf_warning_int(const char *str, int val) { fprintf(stderr, "warning: %s %d\n", str, val); }
+void mdf_warning_int(const char *str, int val) {
+    fprintf(stderr, "warning: %s %d\n", str, val);
+}
 
 int mdf_echo_state_init(aec_workingbuf_t *buf, int /*frame_size*/, int /*filter_length*/) {
     MdfEchoState *st = &buf->mdf_workingbuff;

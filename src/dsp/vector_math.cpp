@@ -1,0 +1,116 @@
+// Inner product, the tuned block copy and the small ascending sort shared by the core and
+// the adaptive filter.
+#include "dsp/vector_math.h"
+
+#include <cstring>
+
+#include "kernels/simd.h"
+
+void InnerProduct_neon(float *input1, float *input2, float *output, int length) {
+    *output = 0.0f;
+    float32x4_t lanes = vdupq_n_f32(0.0f);
+    int i = 0;
+    for (; i + 3 < length; i += 4) {
+        lanes = vmlaq_f32(lanes, vld1q_f32(input1 + i), vld1q_f32(input2 + i));
+    }
+    *output = *output +
+              (((vgetq_lane_f32(lanes, 0) + vgetq_lane_f32(lanes, 1)) + vgetq_lane_f32(lanes, 2)) +
+               vgetq_lane_f32(lanes, 3));
+    for (; i < length; ++i) {
+        *output += input1[i] * input2[i];
+    }
+}
+
+AUDIO_MATH_RET ne10_InnerProduct(float *input1, float *input2, float *output, int length) {
+    InnerProduct_neon(input1, input2, output, length);
+    return AUDIO_MATH_RET_SUCCESS;
+}
+
+bool is_both_address_align_to(const void *address_0, const void *address_1, uintptr_t align) {
+    const uintptr_t a = reinterpret_cast<uintptr_t>(address_0);
+    const uintptr_t b = reinterpret_cast<uintptr_t>(address_1);
+    return ((align - 1) & (a ^ b)) == 0;
+}
+
+uintptr_t get_align_pedding(const void *address, size_t align) {
+    return align - (reinterpret_cast<uintptr_t>(address) & (align - 1));
+}
+
+namespace {
+
+void copy_bytes(unsigned char *dst, const unsigned char *src, size_t n) {
+    for (size_t k = 0; k < n; ++k) {
+        dst[k] = src[k];
+    }
+}
+
+void copy_blocks(unsigned char *dst, const unsigned char *src, size_t blocks, size_t prefetch) {
+    for (size_t b = 0; b < blocks; ++b, dst += 64, src += 64) {
+        __builtin_prefetch(src + prefetch);
+        vst1q_u8(dst, vld1q_u8(src));
+        vst1q_u8(dst + 16, vld1q_u8(src + 16));
+        vst1q_u8(dst + 32, vld1q_u8(src + 32));
+        vst1q_u8(dst + 48, vld1q_u8(src + 48));
+    }
+}
+
+}  // namespace
+
+void *memcpy_fast(void *destination, const void *source, size_t num) {
+    auto *dst = static_cast<unsigned char *>(destination);
+    const auto *src = static_cast<const unsigned char *>(source);
+    if (num <= 255 || !is_both_address_align_to(dst, src, 4)) {
+        copy_bytes(dst, src, num);
+        return destination;
+    }
+    // A destination already on a 64-byte boundary still copies a full 64-byte head.
+    const size_t head = get_align_pedding(dst, 64);
+    copy_bytes(dst, src, head);
+    dst += head;
+    src += head;
+    const size_t rest = num - head;
+    // The prefetch distance depends only on where the source sits in its cache line.
+    const size_t prefetch = (reinterpret_cast<uintptr_t>(src) & 63) < 32 ? 192 : 204;
+    copy_blocks(dst, src, rest / 64, prefetch);
+    copy_bytes(dst + rest / 64 * 64, src + rest / 64 * 64, rest % 64);
+    return destination;
+}
+
+void VelFuncAec_quickSort(float *number, int left, int right) {
+    if (left >= right) {
+        return;
+    }
+    const float pivot = number[left];
+    int i = left;
+    int j = right + 1;
+    for (;;) {
+        // The upward scan stops at index 47, not at `right`: callers sort 48-entry arrays.
+        while (i < 47) {
+            ++i;
+            if (number[i] >= pivot) {
+                break;
+            }
+        }
+        while (j > 0) {
+            --j;
+            if (number[j] <= pivot) {
+                break;
+            }
+        }
+        if (i >= j) {
+            break;
+        }
+        const float t = number[i];
+        number[i] = number[j];
+        number[j] = t;
+    }
+    const float t = number[left];
+    number[left] = number[j];
+    number[j] = t;
+    VelFuncAec_quickSort(number, left, j - 1);
+    VelFuncAec_quickSort(number, j + 1, right);
+}
+
+void VelFuncAec_32X32To64_Accu(float *accu_ptr_64bits, float in1_32bits, float in2_32bits) {
+    *accu_ptr_64bits += in1_32bits * in2_32bits;
+}
