@@ -18,6 +18,11 @@ read -r text data bss _ < <(arm-linux-gnueabihf-size "$so" | tail -n 1)
 
 # .su lines: file:line:col:function<TAB>bytes<TAB>static|dynamic[,bounded]
 frames=$(find "$arm_dir/src" -name '*.su' -exec cat {} + | sort -t $'\t' -k2,2nr)
+if [ -z "$frames" ]; then
+    echo "footprint: no stack-usage files in $arm_dir (configured before -fstack-usage?" \
+        "run: cmake --preset armhf --fresh)" >&2
+    exit 1
+fi
 dynamic=$(printf '%s\n' "$frames" | awk -F '\t' '$3 ~ /dynamic/' | wc -l)
 
 echo "| figure | value |"
