@@ -1,15 +1,15 @@
-// Prints the bytes a caller must provide for one instance on this target: the instance
-// record plus the FFT plan area that follows it. Computed from the record until the public
-// size query is exported; then this should print QenAec_GetBufferSize() instead.
+// Prints the bytes a caller must provide for one instance on this target, with the parts
+// that make it up. Uses the size query behind the exported one; once the exported function
+// is in the library this should print QenAec_GetBufferSize() itself.
 #include <cstdio>
 
+#include "api/setup.h"
 #include "instance.h"
 
 int main() {
-    const unsigned int record = sizeof(aec_workingbuf_t);
-    const unsigned int plans = FFT_GetBufferSize(256);
+    const unsigned int total = _QenAec_GetBufferSize();
     std::printf("qenaec-footprint: working_buffer=%u record=%u fft_plans=%u core=%u mdf=%u\n",
-                record + plans, record, plans, static_cast<unsigned>(sizeof(aec_t)),
-                static_cast<unsigned>(sizeof(MdfEchoState)));
+                total, static_cast<unsigned>(sizeof(aec_workingbuf_t)), FFT_GetBufferSize(256),
+                static_cast<unsigned>(sizeof(aec_t)), static_cast<unsigned>(sizeof(MdfEchoState)));
     return 0;
 }
