@@ -4,9 +4,11 @@
 // the step-size rules.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -59,16 +61,16 @@ std::vector<float> preemphasised(const float *far) {
 
 TEST(MdfHelpers, TransformPairIsOnTheOneOver256Scale) {
     auto inst = qtest::make_instance(16000);
-    float t[256] = {}, spec[258], back[256];
+    float t[256] = {}, spectrum[258], back[256];
     t[0] = 1.0f;
-    fft_wrap(inst->get(), t, spec);
+    fft_wrap(inst->get(), t, spectrum);
     for (int k = 0; k < 129; ++k) {
-        EXPECT_FLOAT_EQ(spec[2 * k], 1.0f / 256.0f) << k;
-        EXPECT_NEAR(spec[2 * k + 1], 0.0f, 1e-9f) << k;
+        EXPECT_FLOAT_EQ(spectrum[2 * k], 1.0f / 256.0f) << k;
+        EXPECT_NEAR(spectrum[2 * k + 1], 0.0f, 1e-9f) << k;
     }
     fill_noise(t, 256, 1000.0f, 1);
-    fft_wrap(inst->get(), t, spec);
-    ifft_wrap(inst->get(), spec, back);
+    fft_wrap(inst->get(), t, spectrum);
+    ifft_wrap(inst->get(), spectrum, back);
     for (int i = 0; i < 256; ++i) {
         EXPECT_NEAR(back[i], t[i], 1e-3f) << i;
     }
@@ -281,15 +283,13 @@ TEST(MdfStep, DivergenceWatch) {
         set_delay(buf, buf->aec_inst.wfBuf, 1, 0.5f);
         Frame f;
         if (c.enormous) {
-            for (float &v : f.far)
-                v = 1e30f;
+            std::fill(std::begin(f.far), std::end(f.far), 1e30f);
             fill_noise(f.in, kFrame, 3000.0f, 8);
         } else {
             set_delay(buf, st.foreground, 1, 0.5f);
             fill_noise(f.far, kFrame, 3000.0f, 5);
         }
-        for (float &v : f.out)
-            v = 1.0f;
+        std::fill(std::begin(f.out), std::end(f.out), 1.0f);
         std::string err;
         const std::string out =
             qtest::capture_stdout([&] { err = qtest::capture_stderr([&] { run(buf, f); }); });
@@ -359,16 +359,16 @@ TEST(MdfStep, FrameSpectraAndProportionalWeights) {
     for (int i = 0; i < 8; ++i) {
         EXPECT_EQ(st.prop[i], prop[i]) << i;
     }
-    float block[256] = {}, spec[258];
+    float block[256] = {}, spectrum[258];
     memcpy(block + kFrame, f.echo, sizeof f.echo);
-    fft_wrap(buf, block, spec);
+    fft_wrap(buf, block, spectrum);
     for (int i = 0; i < 258; ++i) {
-        EXPECT_NEAR(buf->yf[i], spec[i], 1e-3f) << i;
+        EXPECT_NEAR(buf->yf[i], spectrum[i], 1e-3f) << i;
     }
     memcpy(block + kFrame, buf->aec_inst.eBuf + kFrame, sizeof(float) * kFrame);
-    fft_wrap(buf, block, spec);
+    fft_wrap(buf, block, spectrum);
     for (int i = 0; i < 258; ++i) {
-        EXPECT_NEAR(buf->ef[i], spec[i], 1e-3f) << i;
+        EXPECT_NEAR(buf->ef[i], spectrum[i], 1e-3f) << i;
     }
 }
 
