@@ -1,0 +1,18 @@
+// Suppression mode by band: turns the seven band intensities (0..25) into the per-band
+// suppression target and overdrive floor of the nonlinear stage, and holds the default band
+// table installed by Init and Reset.
+#pragma once
+
+#include <cstdint>
+
+struct aec_workingbuf_t;
+
+constexpr int kSuppModeMaxIntensity = 25;
+
+extern const uint32_t default_Supp_Mode[7];       // intensities of bands 0..6
+extern const uint32_t default_Supp_Mode_Freq[6];  // upper edge bin of bands 0..5
+
+// Sets errThresh and, band by band, targetSupp and minOverDrive from `Mode_Matrix` (7
+// intensities). Returns 0, or -1 at the first intensity above 25 (earlier bands are already
+// set, later ones untouched).
+int _QenAec_SetAecMode_Band(aec_workingbuf_t *aec_internal_buf_in, unsigned int *Mode_Matrix);

@@ -1,0 +1,38 @@
+// Profile registry bookkeeping over an empty profiling back end.
+#include "diag/profile.h"
+
+AlgoProfile_Handle g_profile_handle = nullptr;
+AlgoProfile_Table g_profile_table = nullptr;
+int g_is_initialed = 0;
+
+ALGO_PROFILE_ERROR ModuleProfile_Init() {
+    if (g_is_initialed == 1) {
+        return ALGO_PROFILE_ERROR_NONE;
+    }
+    const ALGO_PROFILE_ERROR result = AlgoProfile_Create(&g_profile_handle, &g_profile_table);
+    if (result == ALGO_PROFILE_ERROR_NONE) {
+        g_is_initialed = 1;
+    }
+    return result;
+}
+
+// One instance's release clears the flag for all of them; the next Init or Reset of any
+// instance creates the profile again. That is the intended once-per-process behaviour.
+ALGO_PROFILE_ERROR ModuleProfile_Release() {
+    g_is_initialed = 0;
+    return AlgoProfile_Destroy(&g_profile_handle, &g_profile_table);
+}
+
+AlgoProfile_Handle *ModuleProfile_GetHandle() {
+    return &g_profile_handle;
+}
+
+ALGO_PROFILE_ERROR AlgoProfile_Create(AlgoProfile_Handle * /*handle*/,
+                                      const AlgoProfile_Table * /*table*/) {
+    return ALGO_PROFILE_ERROR_NONE;
+}
+
+ALGO_PROFILE_ERROR AlgoProfile_Destroy(AlgoProfile_Handle * /*handle*/,
+                                       const AlgoProfile_Table * /*table*/) {
+    return ALGO_PROFILE_ERROR_NONE;
+}

@@ -1,0 +1,84 @@
+// Comfort noise: adds to every bin of the suppressed error spectrum a unit-magnitude random
+// phase from the tables, scaled by the near-end noise floor and weighted towards the weak bins.
+// Owns the two table read positions, which are process-wide: every instance draws from the
+// same sequence, and the positions are never reset.
+#include "dsp/comfort_noise.h"
+
+#include <cmath>
+
+namespace {
+
+constexpr int kTableSize = 1024;
+
+int comfort_noise_ind = 0;         // next table entry
+int comfort_noise_ind_offset = 0;  // entry whose low byte restarts the read position
+
+// Magnitude in double, kept as float.
+float bin_magnitude(const float *bin) {
+    const double re = bin[0];
+    const double im = bin[1];
+    return (float)sqrt(re * re + im * im);
+}
+
+// v * 2^shift: a multiplication for shift >= 0, a division by 2^-shift below.
+float apply_shift(float v, int shift) {
+    return shift >= 0 ? v * (float)(1 << shift) : v / (float)(1 << -shift);
+}
+
+// After the last entry the sequence restarts at 0..255, taken from the low byte of an entry
+// that itself walks through the table, so successive passes start at different places.
+void advance() {
+    if (comfort_noise_ind == kTableSize - 1) {
+        comfort_noise_ind = (uint16_t)comfortNoiseX[comfort_noise_ind_offset] & 0xFF;
+        comfort_noise_ind_offset = (comfort_noise_ind_offset + 1) % kTableSize;
+    } else {
+        ++comfort_noise_ind;
+    }
+}
+
+}  // namespace
+
+void ComfortNoise_Process(float *input, float *noisePow, float *lambda, int length,
+                          float NOISE_MIN_PWR, int NOISE_MUL_LEFT_SHIFT) {
+    (void)lambda;
+    float max = bin_magnitude(&input[0]);
+    float min = max;
+    for (int i = 2; i <= length; i += 2) {
+        const float m = bin_magnitude(&input[i]);
+        if (m > max) {
+            max = m;
+        }
+        if (m < min) {
+            min = m;
+        }
+    }
+
+    for (int i = 0; i <= length; i += 2) {
+        const int j = i / 2;
+        const float a =
+            (float)(((double)bin_magnitude(&input[i]) - min) / (((double)max - min) + 1e-10));
+        // The loudest bin gets almost no noise, the weakest nearly the full floor.
+        const float g = 0.9999 - a > 0 ? (float)(0.9999 - a) : 0.0f;
+        const float p = NOISE_MIN_PWR < noisePow[j] ? noisePow[j] : NOISE_MIN_PWR;
+        const float amplitude = (float)sqrt((double)g * p);
+        const float x = comfortNoiseX[comfort_noise_ind];
+        const float y = comfortNoiseY[comfort_noise_ind];
+        // Subtracting the imaginary part matches the conjugated spectrum it is added to.
+        input[i] += apply_shift(x * amplitude, NOISE_MUL_LEFT_SHIFT);
+        input[i + 1] -= apply_shift(y * amplitude, NOISE_MUL_LEFT_SHIFT);
+        advance();
+    }
+}
+
+int comfort_noise_read_position() {
+    return comfort_noise_ind;
+}
+
+int comfort_noise_offset_position() {
+    return comfort_noise_ind_offset;
+}
+
+void comfort_noise_set_positions(int ind, int ind_offset) {
+    comfort_noise_ind = ind;
+    comfort_noise_ind_offset = ind_offset;
+}

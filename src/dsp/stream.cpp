@@ -1,0 +1,78 @@
+// PCM in and out of the float analysis buffers. Loading slides a 256-float buffer by one frame
+// and de-interleaves one channel into its second half; the output stage saturates and
+// truncates back into interleaved 16-bit PCM; the clipping check only warns. Samples are never
+// scaled: 1000 in PCM is 1000.0 in float and back.
+#include "dsp/stream.h"
+
+#include <cmath>
+#include <cstring>
+
+#include "diag/log.h"
+
+void LoadStreamf(float *input, short *pss_audio_in, int channel_counter, postInfo_t *postInfo) {
+    // Callers count stereo channels 1 and 2 as well as 0 and 1; 2 means the first.
+    const int ch = channel_counter == 2 ? 0 : channel_counter;
+    const uint32_t channels = postInfo->channel_number;
+    if (channels != 1 && channels != 2) {
+        return;
+    }
+    if (channels == 2 && postInfo->flag != 1 && ch != postInfo->flag) {
+        return;
+    }
+    const int length = postInfo->length;
+    const int bias = postInfo->bias;
+    // The newest `bias` samples become the oldest; memmove keeps this defined should the two
+    // ranges ever overlap (they do not at 256/128).
+    memmove(input, input + (length - bias), sizeof(float) * bias);
+    for (int n = length - bias, k = 0; n < length; ++n, ++k) {
+        input[n] = channels == 1 ? (float)pss_audio_in[k] : (float)pss_audio_in[2 * k + ch];
+    }
+}
+
+void Post_Clipping_Check(float *input, postInfo_t *postInfo, int dbg_level) {
+    const int length = postInfo->length;
+    int count = 0;
+    for (int k = 1; k < length; ++k) {
+        const bool high = input[k - 1] == 32767.0f && input[k] == 32767.0f;
+        const bool low = input[k - 1] == -32768.0f && input[k] == -32768.0f;
+        if (high || low) {
+            ++count;
+        }
+    }
+    if (count > length / 3) {
+        algo_log(dbg_level, ALGO_MSG_WRN, "Warning! The Microphone data is saturate.\t\n");
+    }
+}
+
+namespace {
+
+short saturate_to_pcm(float t) {
+    // A NaN has no integer value; it leaves as silence instead of undefined behaviour.
+    if (std::isnan(t)) {
+        return 0;
+    }
+    if (t > 32767.0f) {
+        t = 32767.0f;
+    } else if (t < -32768.0f) {
+        t = -32768.0f;
+    }
+    return (short)(int)t;  // truncation toward zero
+}
+
+}  // namespace
+
+void Post_OLA_Process(float *input, float *input2, short *output, postInfo_t *postInfo) {
+    const int length = postInfo->length;
+    const int channels = (int)postInfo->channel_number;
+    const int bias = postInfo->bias;
+    const bool duplicate = postInfo->flag != 0 && channels == 2;
+    for (int k = 0; k < length; ++k) {
+        const float t = input2 != nullptr ? input[k] + input2[k] : input[k];
+        const short s = saturate_to_pcm(t);
+        output[k * channels + bias] = s;
+        if (duplicate) {
+            // One processed channel feeds both channels of a stereo output.
+            output[k * channels + bias + 1] = s;
+        }
+    }
+}

@@ -1,0 +1,57 @@
+#include "scratch.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <system_error>
+
+namespace qtest {
+
+ScopedEnv::ScopedEnv(const char *name, std::optional<std::string> value) : name_(name) {
+    if (const char *old = getenv(name)) {
+        saved_ = old;
+    }
+    if (value) {
+        setenv(name, value->c_str(), 1);
+    } else {
+        unsetenv(name);
+    }
+}
+
+ScopedEnv::~ScopedEnv() {
+    if (saved_) {
+        setenv(name_.c_str(), saved_->c_str(), 1);
+    } else {
+        unsetenv(name_.c_str());
+    }
+}
+
+TempDir::TempDir() {
+    const std::string base = std::filesystem::temp_directory_path() / "qenaec-XXXXXX";
+    std::string pattern = base;
+    if (mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("mkdtemp failed");
+    }
+    path_ = pattern;
+}
+
+TempDir::~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path_, ec);
+}
+
+std::string TempDir::write_file(const std::string &name, const std::string &text) const {
+    const std::string full = path_ + "/" + name;
+    std::ofstream out(full, std::ios::binary);
+    out << text;
+    return full;
+}
+
+long file_size(const std::string &path) {
+    std::error_code ec;
+    const auto size = std::filesystem::file_size(path, ec);
+    return ec ? -1 : static_cast<long>(size);
+}
+
+}  // namespace qtest

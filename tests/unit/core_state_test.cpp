@@ -1,0 +1,112 @@
+// Core tables and the start state of the echo-canceller core.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "fixture.h"
+#include "instance.h"
+
+namespace {
+
+TEST(CoreTables, WindowIsTheRisingHalfOfSqrtHann) {
+    EXPECT_EQ(sqrtHanning, FloatingFftInWindow256);
+    EXPECT_EQ(FloatingFftInWindow256[0], 0.0f);
+    EXPECT_EQ(FloatingFftInWindow256[128], 1.0f);
+    EXPECT_FLOAT_EQ(FloatingFftInWindow256[64], static_cast<float>(std::sqrt(0.5)));
+    for (int i = 1; i <= 128; ++i) {
+        EXPECT_GT(FloatingFftInWindow256[i], FloatingFftInWindow256[i - 1]);
+    }
+}
+
+TEST(CoreTables, CurvesCarryFourDecimals) {
+    struct Point {
+        const float *table;
+        int index;
+        float value;
+    };
+    const Point points[] = {
+        {VelFuncAec_weightCurve, 0, 0.0f},         {VelFuncAec_weightCurve, 1, 0.1f},
+        {VelFuncAec_weightCurve, 2, 0.1266f},      {VelFuncAec_weightCurve, 3, 0.1376f},
+        {VelFuncAec_weightCurve, 4, 0.1461f},      {VelFuncAec_weightCurve, 127, 0.3988f},
+        {VelFuncAec_weightCurve, 128, 0.4f},       {VelFuncAec_overDriveCurve, 0, 1.0f},
+        {VelFuncAec_overDriveCurve, 1, 1.0884f},   {VelFuncAec_overDriveCurve, 2, 1.125f},
+        {VelFuncAec_overDriveCurve, 3, 1.1531f},   {VelFuncAec_overDriveCurve, 32, 1.5f},
+        {VelFuncAec_overDriveCurve, 127, 1.9961f}, {VelFuncAec_overDriveCurve, 128, 2.0f},
+    };
+    for (const Point &p : points) {
+        EXPECT_EQ(p.table[p.index], p.value) << "index " << p.index;
+    }
+    for (int i = 1; i <= 128; ++i) {
+        const double w = 0.1 + 0.3 * std::sqrt((i - 1) / 127.0);
+        const double c = 1 + std::sqrt(i / 128.0);
+        EXPECT_NEAR(VelFuncAec_weightCurve[i], w, 0.5e-4 + 1e-7) << i;
+        EXPECT_NEAR(VelFuncAec_overDriveCurve[i], c, 0.5e-4 + 1e-7) << i;
+        for (const float *t : {VelFuncAec_weightCurve, VelFuncAec_overDriveCurve}) {
+            EXPECT_EQ(t[i], static_cast<float>(std::round(t[i] * 1e4) / 1e4)) << i;
+        }
+    }
+}
+
+class CoreInit : public testing::TestWithParam<int> {};
+
+TEST_P(CoreInit, StartState) {
+    const int rate = GetParam();
+    auto block = qtest::make_instance(rate);
+    const aec_t &a = block->get()->aec_inst;
+    EXPECT_EQ(a.sampFreq, rate);
+    EXPECT_EQ(a.mult, rate / 8000);
+    EXPECT_EQ(a.seed, 777u);
+    EXPECT_EQ(a.errThresh, 1.5e-6f);
+    EXPECT_EQ(a.noisePow, a.dInitMinPow);
+    EXPECT_EQ(a.noiseEstCtr, 0);
+    for (int i = 0; i < 129; ++i) {
+        ASSERT_EQ(a.dMinPow[i], 500000.0f);
+        ASSERT_EQ(a.sd[i], 1.0f);
+        ASSERT_EQ(a.sy[i], 1.0f);
+        ASSERT_EQ(a.se[i], 0.0f);
+        ASSERT_EQ(a.dInitMinPow[i], 0.0f);
+        ASSERT_EQ(a.sde[i][0], 0.0f);
+    }
+    for (int b = 0; b < 7; ++b) {
+        EXPECT_EQ(a.overDrive[b], 2.0f);
+        EXPECT_EQ(a.overDriveSm[b], 2.0f);
+        EXPECT_EQ(a.targetSupp[b], -1.5f);
+        EXPECT_EQ(a.minOverDrive[b], 1.0f);
+    }
+    EXPECT_EQ(a.hNlFbMin, 1.0f);
+    EXPECT_EQ(a.hNlFbLocalMin, 1.0f);
+    EXPECT_EQ(a.hNlXdAvgMin, 1.0f);
+    EXPECT_EQ(a.divergeState, 0);
+    EXPECT_EQ(block->get()->FFT_workingBuff.is_fft_init, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rates, CoreInit, testing::Values(8000, 16000, 32000, 48000));
+
+TEST(CoreInit, ReinitialisingRebuildsThePlan) {
+    auto block = qtest::make_instance(16000);
+    aec_workingbuf_t *buf = block->get();
+    buf->aec_inst.sd[3] = 42.0f;
+    EXPECT_EQ(qtest::capture_stdout([&] { VelFuncAec_InitAec(48000, buf); }), "");
+    EXPECT_EQ(buf->aec_inst.mult, 6);
+    EXPECT_EQ(buf->aec_inst.sd[3], 1.0f);
+    EXPECT_EQ(buf->FFT_workingBuff.is_fft_init, 1);
+}
+
+TEST(CoreInit, FreeChecksOnlyForNull) {
+    auto block = qtest::make_instance(16000);
+    EXPECT_EQ(VelFuncAec_FreeAec(nullptr), -1);
+    EXPECT_EQ(VelFuncAec_FreeAec(block->get()), 0);
+}
+
+TEST(Records, AreStandardLayout) {
+    EXPECT_TRUE(std::is_standard_layout_v<aec_workingbuf_t>);
+    EXPECT_TRUE(std::is_standard_layout_v<aec_t>);
+    EXPECT_TRUE(std::is_standard_layout_v<MdfEchoState>);
+    EXPECT_TRUE(std::is_trivially_copyable_v<aec_workingbuf_t>);
+    EXPECT_EQ(offsetof(aec_workingbuf_t, aec_inst), 0u);
+    EXPECT_LT(offsetof(aec_workingbuf_t, mdf_workingbuff), offsetof(aec_workingbuf_t, fft_aec_ip));
+    EXPECT_LT(offsetof(aec_workingbuf_t, dump_id), offsetof(aec_workingbuf_t, mdf_error));
+    EXPECT_EQ(sizeof(aec_workingbuf_t) % alignof(void *), 0u);
+}
+
+}  // namespace

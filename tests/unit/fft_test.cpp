@@ -1,0 +1,158 @@
+// The real-FFT wrapper: transform contract, packed layout, plan memory and messages.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "dsp/fft.h"
+#include "fixture.h"
+
+namespace {
+
+struct Fft {
+    std::vector<unsigned char> area;
+    FFTHandle_t h{};
+    int ip[128]{};
+    float w[256]{};
+
+    explicit Fft(size_t bytes = FFT_GetBufferSize(256)) : area(bytes) {
+        ne10_init();
+        h.fftSize = 256;
+        h.fft_Ne10_cfg = reinterpret_cast<ne10_fft_r2c_cfg_float32_t>(area.data());
+        fft_init(&h);
+    }
+    void forward(float *a) { VEL_rdft(&h, 256, 1, a, ip, w); }
+    void inverse(float *a) { VEL_rdft(&h, 256, -1, a, ip, w); }
+};
+
+TEST(Fft, BufferSizeFormulaAndBothPlansFit) {
+    EXPECT_EQ(FFT_GetBufferSize(256), 6028u);
+    EXPECT_EQ(FFT_GetBufferSize(64), 18u * 64 + 96u * 3 + 556);
+    Fft f;
+    EXPECT_EQ(f.h.is_fft_init, 1);
+    EXPECT_EQ(static_cast<void *>(f.h.fft_Ne10_cfg), static_cast<void *>(f.area.data()));
+}
+
+TEST(Fft, ImpulseGivesFlatSpectrum) {
+    Fft f;
+    float a[258] = {};
+    a[0] = 1.0f;
+    f.forward(a);
+    for (int k = 0; k <= 128; ++k) {
+        EXPECT_NEAR(a[2 * k], 1.0f, 1e-6f) << "bin " << k;
+        EXPECT_NEAR(a[2 * k + 1], 0.0f, 1e-6f) << "bin " << k;
+    }
+}
+
+TEST(Fft, ConstantGivesUnscaledDcOnly) {
+    Fft f;
+    float a[258];
+    std::fill(a, a + 258, 0.0f);
+    std::fill(a, a + 256, 1.0f);
+    f.forward(a);
+    EXPECT_NEAR(a[0], 256.0f, 1e-4f);
+    for (int j = 1; j < 258; ++j) {
+        EXPECT_NEAR(a[j], 0.0f, 1e-4f) << "float " << j;
+    }
+}
+
+TEST(Fft, SineLandsInItsBinWithPackedNyquist) {
+    Fft f;
+    float a[258] = {};
+    for (int t = 0; t < 256; ++t) {
+        a[t] = static_cast<float>(std::cos(2 * M_PI * 5 * t / 256) + ((t & 1) ? -0.5 : 0.5));
+    }
+    f.forward(a);
+    EXPECT_NEAR(a[10], 128.0f, 1e-3f);   // bin 5, real part: N/2 for a unit cosine
+    EXPECT_NEAR(a[256], 128.0f, 1e-3f);  // Nyquist value in its own pair
+    EXPECT_NEAR(a[1], 0.0f, 1e-4f);      // not the half-complex layout
+    EXPECT_NEAR(a[257], 0.0f, 1e-4f);
+}
+
+TEST(Fft, RoundTripRestoresInputAndClearsTheLastPair) {
+    Fft f;
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<float> d(-32768.0f, 32767.0f);
+    float x[256];
+    float a[258];
+    for (int t = 0; t < 256; ++t) {
+        x[t] = a[t] = d(rng);
+    }
+    f.forward(a);
+    a[256 + 1] = 0.0f;
+    f.inverse(a);
+    for (int t = 0; t < 256; ++t) {
+        EXPECT_NEAR(a[t], x[t], 32768.0f * 1e-6f) << "sample " << t;
+    }
+    EXPECT_EQ(a[256], 0.0f);
+    EXPECT_EQ(a[257], 0.0f);
+}
+
+TEST(Fft, OtherDirectionsLeaveDataUntouched) {
+    Fft f;
+    for (int isgn : {0, 2, -2}) {
+        float a[258];
+        for (int j = 0; j < 258; ++j) {
+            a[j] = static_cast<float>(j) - 100.0f;
+        }
+        std::string out = qtest::capture_stdout([&] { VEL_rdft(&f.h, 256, isgn, a, f.ip, f.w); });
+        EXPECT_EQ(out, "");
+        for (int j = 0; j < 258; ++j) {
+            ASSERT_EQ(a[j], static_cast<float>(j) - 100.0f) << "isgn " << isgn;
+        }
+    }
+}
+
+TEST(Fft, InitMessagesAndFreeCycle) {
+    Fft f;
+    EXPECT_EQ(qtest::capture_stdout([&] { fft_init(&f.h); }), "[FFT]Ne10 has init already\n");
+    EXPECT_EQ(f.h.is_fft_init, 1);
+    fft_Free(&f.h);
+    EXPECT_EQ(f.h.is_fft_init, 0);
+    EXPECT_EQ(static_cast<void *>(f.h.fft_Ne10_cfg), static_cast<void *>(f.area.data()));
+    EXPECT_EQ(qtest::capture_stdout([&] { fft_init(&f.h); }), "");
+    EXPECT_EQ(f.h.is_fft_init, 1);
+
+    EXPECT_EQ(qtest::capture_stdout([] { fft_init(nullptr); }), "[FFT]The handle is NULL\n");
+    EXPECT_EQ(qtest::capture_stdout([] { fft_Free(nullptr); }), "handle is NULL in FFT_Free!\t\n");
+    FFTHandle_t empty{};
+    EXPECT_EQ(qtest::capture_stdout([&] { fft_init(&empty); }),
+              "[FFT] Please assigned the begining address about FFT workingbuffer in Init.\n");
+    float a[258] = {};
+    EXPECT_EQ(qtest::capture_stdout([&] { VEL_rdft(nullptr, 256, 1, a, f.ip, f.w); }),
+              "[Audio] Ne10_workingBufPtr is Null in fft\n");
+}
+
+TEST(Fft, MissingWorkArraysOnlyWarn) {
+    Fft f;
+    float a[258] = {};
+    a[0] = 1.0f;
+    const std::string out = qtest::capture_stdout([&] { VEL_rdft(&f.h, 256, 1, a, nullptr, f.w); });
+    char expected[160];
+    snprintf(expected, sizeof expected,
+             "[Audio] input Null in Ne10_workingBufPtr->fft_Ne10_cfg\naddress = %p is NULL in "
+             "VEL_rdft\n",
+             static_cast<void *>(f.h.fft_Ne10_cfg));
+    EXPECT_EQ(out, expected);
+    EXPECT_NEAR(a[2 * 64], 1.0f, 1e-6f);  // the transform still ran
+}
+
+TEST(Fft, TooSmallAreaIsRefusedWithoutWritingPastIt) {
+    const unsigned int needed = FFT_GetBufferSize(256);
+    for (unsigned int bytes : {0u, 64u, needed / 2, 2900u}) {
+        std::vector<unsigned char> area(bytes + 64, 0xA5);
+        FFTHandle_t h{};
+        h.fftSize = 256;
+        h.fft_Ne10_cfg = reinterpret_cast<ne10_fft_r2c_cfg_float32_t>(area.data());
+        EXPECT_EQ(qtest::capture_stdout([&] { fft_init_in(&h, bytes); }),
+                  "[Audio] memory malloc failed\n");
+        EXPECT_EQ(h.is_fft_init, 0);
+        for (size_t k = bytes; k < area.size(); ++k) {
+            ASSERT_EQ(area[k], 0xA5) << "byte " << k << " past an area of " << bytes;
+        }
+    }
+}
+
+}  // namespace
