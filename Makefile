@@ -22,7 +22,25 @@ test-asan: setup
 	cmake --build --preset asan -j $(JOBS)
 	ctest --preset asan
 
-test: test-release test-asan
+# ARMv7 NEON cross build; the test programs run under qemu-arm.
+.PHONY: armhf-setup armhf-test size
+armhf-setup:
+	@scripts/setup-armhf.sh
+
+armhf-test: setup armhf-setup
+	cmake --preset armhf
+	cmake --build --preset armhf -j $(JOBS)
+	ctest --preset armhf
+
+test: test-release test-asan armhf-test
+
+# Embedded footprint: ARM shared-object sections, working buffer per target, stack frames.
+size: setup armhf-setup
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS) --target qenaec_footprint
+	cmake --preset armhf
+	cmake --build --preset armhf -j $(JOBS) --target qenaec qenaec_footprint
+	@scripts/footprint.sh
 
 format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h' '*.c')

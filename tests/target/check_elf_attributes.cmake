@@ -1,0 +1,27 @@
+# Checks the build attributes recorded in the ARM shared object: ARMv7-A, NEON, hard-float
+# calling convention and the IEEE number model (no -ffast-math). A toolchain-file or flag
+# change that drops one of them fails here, even where the code still compiles.
+# Usage: cmake -DREADELF=<readelf> -DLIBRARY=<path> -P check_elf_attributes.cmake
+execute_process(COMMAND ${READELF} -A -h ${LIBRARY} OUTPUT_VARIABLE out RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "${READELF} failed on ${LIBRARY}")
+endif()
+set(required
+    "Class: +ELF32"
+    "Machine: +ARM"
+    "hard-float ABI"
+    "Tag_CPU_arch: v7\n"
+    "Tag_Advanced_SIMD_arch: NEON"
+    "Tag_ABI_VFP_args: VFP registers"
+    "Tag_ABI_FP_number_model: IEEE 754")
+set(failed 0)
+foreach(pattern ${required})
+    if(NOT out MATCHES "${pattern}")
+        message(SEND_ERROR "missing in ${LIBRARY}: ${pattern}")
+        set(failed 1)
+    endif()
+endforeach()
+if(failed)
+    message(FATAL_ERROR "readelf output:\n${out}")
+endif()
+message(STATUS "${LIBRARY}: ARMv7-A, NEON, hard float, IEEE 754")

@@ -1,0 +1,14 @@
+// Prints the bytes a caller must provide for one instance on this target, with the parts
+// that make it up.
+#include <cstdio>
+
+#include "instance.h"
+#include "qen_aec.h"
+
+int main() {
+    const unsigned int total = QenAec_GetBufferSize();
+    std::printf("qenaec-footprint: working_buffer=%u record=%u fft_plans=%u core=%u mdf=%u\n",
+                total, static_cast<unsigned>(sizeof(aec_workingbuf_t)), FFT_GetBufferSize(256),
+                static_cast<unsigned>(sizeof(aec_t)), static_cast<unsigned>(sizeof(MdfEchoState)));
+    return 0;
+}
