@@ -1,17 +1,20 @@
 // Comfort noise: adds to every bin of the suppressed error spectrum a unit-magnitude random
 // phase from the tables, scaled by the near-end noise floor and weighted towards the weak bins.
 // Owns the two table read positions, which are process-wide: every instance draws from the
-// same sequence, and the positions are never reset.
+// same sequence, and the positions are never reset. Instances on different threads share them
+// through relaxed atomics: no lock, no data race, and any interleaving leaves both positions in
+// range (each store is a valid position), so the noise stays valid and only its order differs.
 #include "dsp/comfort_noise.h"
 
+#include <atomic>
 #include <cmath>
 
 namespace {
 
 constexpr int kTableSize = 1024;
 
-int comfort_noise_ind = 0;         // next table entry
-int comfort_noise_ind_offset = 0;  // entry whose low byte restarts the read position
+std::atomic<int> comfort_noise_ind{0};         // next table entry
+std::atomic<int> comfort_noise_ind_offset{0};  // entry whose low byte restarts the read position
 
 // Magnitude in double, kept as float.
 float bin_magnitude(const float *bin) {
@@ -25,14 +28,23 @@ float apply_shift(float v, int shift) {
     return shift >= 0 ? v * (float)(1 << shift) : v / (float)(1 << -shift);
 }
 
+int load(const std::atomic<int> &v) {
+    return v.load(std::memory_order_relaxed);
+}
+
+void store(std::atomic<int> &v, int x) {
+    v.store(x, std::memory_order_relaxed);
+}
+
 // After the last entry the sequence restarts at 0..255, taken from the low byte of an entry
 // that itself walks through the table, so successive passes start at different places.
-void advance() {
-    if (comfort_noise_ind == kTableSize - 1) {
-        comfort_noise_ind = (uint16_t)comfortNoiseX[comfort_noise_ind_offset] & 0xFF;
-        comfort_noise_ind_offset = (comfort_noise_ind_offset + 1) % kTableSize;
+void advance(int ind) {
+    if (ind == kTableSize - 1) {
+        const int offset = load(comfort_noise_ind_offset);
+        store(comfort_noise_ind, (uint16_t)comfortNoiseX[offset] & 0xFF);
+        store(comfort_noise_ind_offset, (offset + 1) % kTableSize);
     } else {
-        ++comfort_noise_ind;
+        store(comfort_noise_ind, ind + 1);
     }
 }
 
@@ -61,24 +73,25 @@ void ComfortNoise_Process(float *input, float *noisePow, float *lambda, int leng
         const float g = 0.9999 - a > 0 ? (float)(0.9999 - a) : 0.0f;
         const float p = NOISE_MIN_PWR < noisePow[j] ? noisePow[j] : NOISE_MIN_PWR;
         const float amplitude = (float)sqrt((double)g * p);
-        const float x = comfortNoiseX[comfort_noise_ind];
-        const float y = comfortNoiseY[comfort_noise_ind];
+        const int ind = load(comfort_noise_ind);
+        const float x = comfortNoiseX[ind];
+        const float y = comfortNoiseY[ind];
         // Subtracting the imaginary part matches the conjugated spectrum it is added to.
         input[i] += apply_shift(x * amplitude, NOISE_MUL_LEFT_SHIFT);
         input[i + 1] -= apply_shift(y * amplitude, NOISE_MUL_LEFT_SHIFT);
-        advance();
+        advance(ind);
     }
 }
 
 int comfort_noise_read_position() {
-    return comfort_noise_ind;
+    return load(comfort_noise_ind);
 }
 
 int comfort_noise_offset_position() {
-    return comfort_noise_ind_offset;
+    return load(comfort_noise_ind_offset);
 }
 
 void comfort_noise_set_positions(int ind, int ind_offset) {
-    comfort_noise_ind = ind;
-    comfort_noise_ind_offset = ind_offset;
+    store(comfort_noise_ind, ind);
+    store(comfort_noise_ind_offset, ind_offset);
 }

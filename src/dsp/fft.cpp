@@ -1,8 +1,11 @@
 // The real-FFT wrapper over KissFFT. Both plans (forward and inverse) are built in the
 // caller's plan area; the wrapper converts between the engine's bins and the packed layout
-// and applies the inverse's 1/N in the engine entry point.
+// and applies the inverse's 1/N in the engine entry point. The two engine entry points are
+// process-wide: every instance set-up stores them (always the same two functions) while other
+// instances may be transforming on other threads, so both sides use relaxed atomic accesses.
 #include "dsp/fft.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 
@@ -59,6 +62,16 @@ fft_plan_t *build_plan(void *area, size_t bytes, int nfft) {
         }
     }
     return plan;
+}
+
+template <typename Fn>
+Fn load_entry(Fn &entry) {
+    return std::atomic_ref<Fn>(entry).load(std::memory_order_relaxed);
+}
+
+template <typename Fn>
+void store_entry(Fn &entry, Fn fn) {
+    std::atomic_ref<Fn>(entry).store(fn, std::memory_order_relaxed);
 }
 
 void warn_null(const FFTHandle_t *handle) {
@@ -119,7 +132,7 @@ void VEL_rdft(FFTHandle_t *handle, int n, int isgn, float *a, int *ip, float *w)
             warn_null(handle);
         }
         if (runnable) {
-            ne10_fft_r2c_1d_float32(handle->fft_Ne10_out, a, handle->fft_Ne10_cfg);
+            load_entry(ne10_fft_r2c_1d_float32)(handle->fft_Ne10_out, a, handle->fft_Ne10_cfg);
             memcpy(a, handle->fft_Ne10_out, bins_bytes);
         }
     } else if (isgn == -1) {
@@ -131,7 +144,7 @@ void VEL_rdft(FFTHandle_t *handle, int n, int isgn, float *a, int *ip, float *w)
             warn_null(handle);
         }
         if (runnable) {
-            ne10_fft_c2r_1d_float32(a, handle->fft_Ne10_out, handle->fft_Ne10_cfg);
+            load_entry(ne10_fft_c2r_1d_float32)(a, handle->fft_Ne10_out, handle->fft_Ne10_cfg);
         }
     }
 }
@@ -149,8 +162,8 @@ void fft_Free(FFTHandle_t *handle) {
 namespace {
 
 int ne10_init_dsp() {
-    ne10_fft_r2c_1d_float32 = kiss_r2c;
-    ne10_fft_c2r_1d_float32 = kiss_c2r;
+    store_entry(ne10_fft_r2c_1d_float32, &kiss_r2c);
+    store_entry(ne10_fft_c2r_1d_float32, &kiss_c2r);
     return NE10_OK;
 }
 

@@ -1,0 +1,376 @@
+// Pathological signals through the public API at every rate: full-scale squares, DC at the
+// rails, alternating extremes, isolated impulses, one end only, and minutes of digital
+// silence. After every frame every float the instance holds must be finite. Then the recovery
+// after a burst that forces the adaptive filter's divergence reset.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "../e2e/scenario.h"
+#include "fixture.h"
+#include "instance.h"
+#include "qen_aec.h"
+
+namespace {
+
+constexpr int kRates[] = {8000, 16000, 32000, 48000};
+
+struct FloatSpan {
+    const char *name;
+    const float *p;
+    size_t n;
+};
+
+#define SPAN(rec, field)                                                                 \
+    FloatSpan {                                                                          \
+#field, reinterpret_cast < const float *>(&(rec).field), sizeof((rec).field) / 4 \
+    }
+
+// Every float of the instance that a frame can write.
+std::vector<FloatSpan> float_state(const aec_workingbuf_t &b) {
+    const aec_t &c = b.aec_inst;
+    const MdfEchoState &m = b.mdf_workingbuff;
+    return {SPAN(c, eBuf),
+            SPAN(c, yBuf),
+            SPAN(c, xPow),
+            SPAN(c, dPow),
+            SPAN(c, dMinPow),
+            SPAN(c, dInitMinPow),
+            SPAN(c, wfBuf),
+            SPAN(c, sde),
+            SPAN(c, syd),
+            SPAN(c, sy),
+            SPAN(c, sd),
+            SPAN(c, se),
+            SPAN(c, hNlFbMin),
+            SPAN(c, hNlFbLocalMin),
+            SPAN(c, hNlXdAvgMin),
+            SPAN(c, overDrive),
+            SPAN(c, overDriveSm),
+            SPAN(c, outBuf),
+            SPAN(m, spec_average),
+            SPAN(m, sum_adapt),
+            SPAN(m, leak_estimate),
+            SPAN(m, x),
+            SPAN(m, X),
+            SPAN(m, input),
+            SPAN(m, last_y),
+            SPAN(m, PHI),
+            SPAN(m, foreground),
+            SPAN(m, Davg1),
+            SPAN(m, Davg2),
+            SPAN(m, Dvar1),
+            SPAN(m, Dvar2),
+            SPAN(m, power),
+            SPAN(m, power_1),
+            SPAN(m, wtmp),
+            SPAN(m, Rf),
+            SPAN(m, Yf),
+            SPAN(m, Eh),
+            SPAN(m, Yh),
+            SPAN(m, Pey),
+            SPAN(m, Pyy),
+            SPAN(m, prop),
+            SPAN(m, memX),
+            SPAN(m, memD),
+            SPAN(m, memE),
+            SPAN(m, notch_mem),
+            SPAN(b, AudioNearEnd),
+            SPAN(b, AudioFarEnd),
+            SPAN(b, fft_aec_buf),
+            SPAN(b, xf),
+            SPAN(b, xfw),
+            SPAN(b, yf),
+            SPAN(b, yfw),
+            SPAN(b, ef),
+            SPAN(b, efw),
+            SPAN(b, dfw),
+            SPAN(b, hNl),
+            SPAN(b, FarEndMean),
+            SPAN(b, FFT_workingBuff.fft_Ne10_out),
+            SPAN(b, mdf_echo),
+            SPAN(b, mdf_error)};
+}
+
+// "field[index]" of the first non-finite float, or an empty string.
+std::string first_non_finite(const aec_workingbuf_t &b) {
+    for (const FloatSpan &s : float_state(b)) {
+        for (size_t i = 0; i < s.n; ++i) {
+            if (!std::isfinite(s.p[i])) {
+                return std::string(s.name) + "[" + std::to_string(i) + "]";
+            }
+        }
+    }
+    return {};
+}
+
+// One instance in a block of its own, released at the end of the scope.
+class Instance {
+public:
+    Instance(int rate, int near_channels, int far_channels, bool comfort_noise)
+        : block_(QenAec_GetBufferSize()), channels_{near_channels, far_channels} {
+        AudioAecInit init = {128, static_cast<uint32_t>(near_channels),
+                             static_cast<uint32_t>(far_channels),
+                             static_cast<QEN_AEC_SAMPLE_RATE>(rate)};
+        handle_ = QenAec_Init(reinterpret_cast<char *>(block_.data()), &init);
+        AudioAecConfig cfg = {comfort_noise ? QEN_AEC_TRUE : QEN_AEC_FALSE,
+                              0,
+                              {4, 6, 36, 49, 50, 51},
+                              {5, 4, 4, 5, 10, 10, 10}};
+        if (handle_ != nullptr) {
+            QenAec_Config(handle_, &cfg);
+        }
+    }
+    ~Instance() {
+        if (handle_ != nullptr) {
+            QenAec_Free(handle_);
+        }
+    }
+    AEC_HANDLE handle() const { return handle_; }
+    const aec_workingbuf_t &state() const {
+        return *reinterpret_cast<const aec_workingbuf_t *>(block_.data());
+    }
+    int near_channels() const { return channels_[0]; }
+    int far_channels() const { return channels_[1]; }
+
+private:
+    std::vector<unsigned char> block_;
+    AEC_HANDLE handle_ = nullptr;
+    int channels_[2];
+};
+
+using Signal = int16_t (*)(size_t t, int rate, int ch);
+
+int16_t silence(size_t, int, int) {
+    return 0;
+}
+// A full-scale square of `hz`, inverted on the second channel.
+template <int hz>
+int16_t square(size_t t, int rate, int ch) {
+    const bool high = (t * 2 * hz / rate) % 2 == 0;
+    return (high != (ch == 1)) ? 32767 : -32768;
+}
+template <int level>
+int16_t dc(size_t, int, int) {
+    return level;
+}
+int16_t alternating(size_t t, int, int ch) {
+    return (t + ch) % 2 ? -32768 : 32767;
+}
+// One full-scale click every 37 ms, alternating in sign.
+int16_t impulses(size_t t, int rate, int) {
+    const size_t period = static_cast<size_t>(rate) * 37 / 1000;
+    if (t % period != 0) {
+        return 0;
+    }
+    return (t / period) % 2 ? -32768 : 32767;
+}
+int16_t noise(size_t t, int, int ch) {
+    uint32_t x = static_cast<uint32_t>(t * 2 + ch) * 2654435761u;
+    x ^= x >> 15;
+    x *= 2246822519u;
+    x ^= x >> 13;
+    return static_cast<int16_t>(static_cast<int16_t>(x) / 4);
+}
+
+struct Case {
+    const char *name;
+    Signal near;
+    Signal far;
+    double seconds;
+    int channels;  // near and far
+};
+
+const Case kCases[] = {
+    {"FullScaleSquares", square<440>, square<250>, 2.0, 2},
+    {"DcAtTheRails", dc<32767>, dc<-32767>, 2.0, 1},
+    {"DcAtTheRailsReversed", dc<-32767>, dc<32767>, 2.0, 2},
+    {"AlternatingExtremes", alternating, alternating, 2.0, 2},
+    {"FullScaleImpulses", impulses, impulses, 2.0, 1},
+    {"FarEndOnly", silence, noise, 2.0, 1},
+    {"NearEndOnly", noise, silence, 2.0, 1},
+    {"TwoMinutesOfSilence", silence, silence, 120.0, 1},
+};
+
+TEST(FloatState, ThePlantedNonFiniteValueIsFound) {
+    Instance aec(16000, 1, 1, true);
+    ASSERT_EQ(first_non_finite(aec.state()), "");
+    auto &state = const_cast<aec_workingbuf_t &>(aec.state());
+    state.mdf_workingbuff.foreground[2063] = INFINITY;
+    EXPECT_EQ(first_non_finite(aec.state()), "foreground[2063]");
+    state.mdf_error[255] = NAN;
+    state.aec_inst.eBuf[3] = NAN;
+    EXPECT_EQ(first_non_finite(aec.state()), "eBuf[3]");
+}
+
+enum class Path { kRun, kSplit };
+
+// Feeds the case for its duration, stopping at the first frame that fails a check.
+void feed(Instance &aec, const Case &c, int rate, Path path) {
+    const int nch = aec.near_channels(), fch = aec.far_channels();
+    std::vector<int16_t> near(128 * nch), far(128 * fch);
+    const size_t frames = static_cast<size_t>(c.seconds * rate / 128);
+    for (size_t f = 0; f < frames; ++f) {
+        for (size_t i = 0; i < 128; ++i) {
+            const size_t t = f * 128 + i;
+            for (int ch = 0; ch < nch; ++ch)
+                near[i * nch + ch] = c.near(t, rate, ch);
+            for (int ch = 0; ch < fch; ++ch)
+                far[i * fch + ch] = c.far(t, rate, ch);
+        }
+        ALGO_AEC_RET r = ALGO_AEC_RET_SUCCESS;
+        if (path == Path::kRun) {
+            r = QenAec_Run(aec.handle(), near.data(), far.data());
+        } else {
+            r = QenAec_ADF_Run(aec.handle(), near.data(), far.data());
+            const std::string after_linear = first_non_finite(aec.state());
+            ASSERT_EQ(after_linear, "") << "after the linear stage of frame " << f;
+            if (r == ALGO_AEC_RET_SUCCESS) {
+                r = QenAec_NLP_Run(aec.handle(), near.data());
+            }
+        }
+        ASSERT_EQ(r, ALGO_AEC_RET_SUCCESS) << "frame " << f;
+        const std::string bad = first_non_finite(aec.state());
+        ASSERT_EQ(bad, "") << "non-finite after frame " << f << " of " << frames;
+    }
+}
+
+using Param = std::tuple<int, size_t>;  // rate, case index
+
+class Pathological : public testing::TestWithParam<Param> {};
+
+TEST_P(Pathological, EveryFloatStaysFinite) {
+    const auto [rate, index] = GetParam();
+    const Case &c = kCases[index];
+    // The linear stage warns on stderr at each divergence reset; keep the log readable.
+    qtest::capture_stderr([&] {
+        // Comfort noise on: the noise-floor tracker runs too.
+        Instance run(rate, c.channels, c.channels, true);
+        ASSERT_NE(run.handle(), nullptr);
+        feed(run, c, rate, Path::kRun);
+        if (c.seconds > 10) {
+            return;  // the long silence once is enough
+        }
+        Instance split(rate, c.channels, c.channels, true);
+        feed(split, c, rate, Path::kSplit);
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(RatesAndSignals, Pathological,
+                         testing::Combine(testing::ValuesIn(kRates),
+                                          testing::Range<size_t>(0, std::size(kCases))),
+                         [](const testing::TestParamInfo<Param> &info) {
+                             return std::string(kCases[std::get<1>(info.param)].name) + "_" +
+                                    std::to_string(std::get<0>(info.param)) + "Hz";
+                         });
+
+// Echo reduction in dB of `out` against `near` over frames [from, to).
+double reduction_db(const std::vector<int16_t> &near, const std::vector<int16_t> &out, size_t from,
+                    size_t to) {
+    double en = 0, eo = 0;
+    for (size_t i = from * 128; i < to * 128; ++i) {
+        en += double(near[i]) * near[i];
+        eo += double(out[i]) * out[i];
+    }
+    return 10.0 * std::log10(en / (eo > 0 ? eo : 1e-9));
+}
+
+// Echo reduction over each half second of `seconds`.
+std::vector<double> reduction_curve(const std::vector<int16_t> &near,
+                                    const std::vector<int16_t> &out, int rate, int seconds) {
+    std::vector<double> curve;
+    for (int k = 1; k <= 2 * seconds; ++k) {
+        curve.push_back(reduction_db(near, out, (k - 1) * rate / 256, k * rate / 256));
+    }
+    return curve;
+}
+
+std::string format_curve(const std::vector<double> &curve) {
+    std::string text;
+    for (double db : curve) {
+        char item[16];
+        snprintf(item, sizeof item, " %.1f", db);
+        text += item;
+    }
+    return text;
+}
+
+class Recovery : public testing::TestWithParam<int> {};
+
+// The linear stage's residual and the full output of an echo scenario, frame by frame
+// through ADF_Run and NLP_Run (together the same pipeline as Run).
+struct Outputs {
+    std::vector<int16_t> linear;
+    std::vector<int16_t> full;
+};
+
+Outputs process_split(Instance &aec, const e2e::Signals &echo, size_t frames) {
+    Outputs o{echo.near, echo.near};
+    std::vector<int16_t> far = echo.far;
+    for (size_t f = 0; f < frames; ++f) {
+        short *frame = o.linear.data() + f * 128;
+        EXPECT_EQ(QenAec_ADF_Run(aec.handle(), frame, far.data() + f * 128), ALGO_AEC_RET_SUCCESS);
+        std::copy(frame, frame + 128, o.full.data() + f * 128);
+        EXPECT_EQ(QenAec_NLP_Run(aec.handle(), o.full.data() + f * 128), ALGO_AEC_RET_SUCCESS);
+    }
+    return o;
+}
+
+// A converged echo scenario, a 2 s burst (alternating full scale on the loudspeaker, a
+// full-scale square on the microphone) that forces the adaptive filter's divergence reset,
+// then the same echo scenario again: within 2 s the echo reduction is back above 20 dB, for the
+// linear stage alone as well as for the whole pipeline.
+TEST_P(Recovery, EchoReductionIsBackWithinTwoSeconds) {
+    const int rate = GetParam();
+    e2e::Scenario s;
+    s.rate = rate;
+    s.seconds = 4.0;
+    s.path_ms = 15.0;  // within the filter's 1024 taps at every rate
+    const e2e::Signals echo = e2e::make_signals(s);
+    const size_t frames = echo.frames, burst = 2 * rate / 128;
+
+    // Comfort noise off: its floor would cap the reduction measured.
+    Instance aec(rate, 1, 1, false);
+    ASSERT_NE(aec.handle(), nullptr);
+    const Outputs fresh = process_split(aec, echo, frames);
+
+    const std::string warnings = qtest::capture_stderr([&] {
+        std::vector<int16_t> near(128), loud(128);
+        for (size_t f = 0; f < burst; ++f) {
+            for (size_t i = 0; i < 128; ++i) {
+                near[i] = square<440>(f * 128 + i, rate, 0);
+                loud[i] = alternating(i, rate, 0);
+            }
+            ASSERT_EQ(QenAec_Run(aec.handle(), near.data(), loud.data()), ALGO_AEC_RET_SUCCESS);
+            ASSERT_EQ(first_non_finite(aec.state()), "") << "burst frame " << f;
+        }
+    });
+    EXPECT_NE(warnings.find("got slapped (reset)"), std::string::npos)
+        << "the burst did not force the divergence reset";
+
+    const Outputs after = process_split(aec, echo, frames);
+    const auto report = [&](const char *what, const std::vector<int16_t> &out) {
+        const std::vector<double> curve = reduction_curve(echo.near, out, rate, 4);
+        printf("%5d Hz %-24s per 0.5 s:%s dB\n", rate, what, format_curve(curve).c_str());
+        return curve;
+    };
+    report("linear, fresh", fresh.linear);
+    const std::vector<double> linear = report("linear, after the burst", after.linear);
+    report("full, fresh", fresh.full);
+    const std::vector<double> full = report("full, after the burst", after.full);
+    // [3] is the half second ending 2 s after the burst.
+    EXPECT_GT(linear[3], 20.0) << "linear stage over 1.5..2 s after the burst";
+    EXPECT_GT(full[3], 20.0) << "whole pipeline over 1.5..2 s after the burst";
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryRate, Recovery, testing::ValuesIn(kRates),
+                         [](const testing::TestParamInfo<int> &info) {
+                             return std::to_string(info.param) + "Hz";
+                         });
+
+}  // namespace
