@@ -47,3 +47,34 @@ format:
 
 clean:
 	rm -rf build
+
+# ThreadSanitizer: the threaded test and the suites of the process-wide state only.
+.PHONY: test-tsan
+test-tsan: setup
+	cmake --preset tsan
+	cmake --build --preset tsan -j $(JOBS)
+	ctest --preset tsan
+
+# libFuzzer targets (clang, address and undefined sanitizers). `make fuzz` runs each target for
+# FUZZ_SECONDS on a working corpus in build/fuzz, seeded from tests/fuzz/corpus; crashes land in
+# build/fuzz/artifacts. `fuzz-smoke` is the short run per target that `make test` makes.
+FUZZ_SECONDS ?= 600
+FUZZERS ?= api_fuzzer
+.PHONY: fuzz fuzz-build fuzz-smoke
+fuzz-build: setup
+	cmake --preset fuzz
+	cmake --build --preset fuzz -j $(JOBS)
+
+fuzz: fuzz-build
+	@mkdir -p build/fuzz/artifacts
+	@for f in $(FUZZERS); do \
+	    mkdir -p build/fuzz/corpus-long/$$f; \
+	    build/fuzz/tests/fuzz/$$f -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
+	        -artifact_prefix=build/fuzz/artifacts/$$f- \
+	        build/fuzz/corpus-long/$$f tests/fuzz/corpus/$$f || exit 1; \
+	done
+
+fuzz-smoke: fuzz-build
+	ctest --preset fuzz
+
+test: test-tsan fuzz-smoke

@@ -6,6 +6,7 @@ packages=(
     build-essential cmake pkg-config git
     libkissfft-dev libsimde-dev libcjson-dev
     libgtest-dev libgmock-dev
+    clang libclang-rt-14-dev
 )
 [ "$#" -gt 0 ] && packages+=("$@")
 

@@ -34,7 +34,7 @@ std::vector<Job> make_jobs(bool with_comfort_noise) {
         j.scenario.rate = rates[k % 4];
         j.scenario.near_channels = 1 + k % 2;
         j.scenario.far_channels = 1 + (k / 2) % 2;
-        j.scenario.seconds = 1.5;
+        j.scenario.seconds = 1.0;
         j.scenario.seed = 100 + k;
         j.comfort_noise = with_comfort_noise && k % 2 == 1;
         j.in = e2e::make_signals(j.scenario);
