@@ -14,8 +14,8 @@ out=examples/audio
 rate=16000
 seconds=14
 talk_start=8.0          # the second talker, overlapping the far end's third sentence
-latency=0.100           # playback buffering before the sound leaves the loudspeaker
-ir_taps=1200            # room response length, a little beyond the filter's 1024 taps
+latency=1600            # samples (100 ms) of playback buffering before the loudspeaker
+ir_taps=1201            # room response length, a little beyond the filter's 1024 taps
 echo_gain=0.5           # echo level relative to the far end
 noise_level=0.002       # microphone noise (about -60 dBFS)
 
@@ -54,8 +54,10 @@ awk -v taps="$ir_taps" 'BEGIN {
     for (k = 0; k < taps; k++) printf "%.8f\n", h[k] / sqrt(energy)
 }' > "$tmp/room.txt"
 
+# sox centres a FIR filter (it moves the output (taps - 1) / 2 samples earlier), so that much
+# is added back to the latency to keep the response causal.
 sox -D "$out/far.wav" "$tmp/echo.wav" vol "$echo_gain" fir "$tmp/room.txt" \
-    pad "$latency" trim 0 "$seconds"
+    pad "$((latency + (ir_taps - 1) / 2))s" trim 0 "$seconds"
 sox -D -V1 "$tmp/talk.wav" "$tmp/talk_at.wav" vol 0.5 pad "$talk_start" "$seconds" \
     trim 0 "$seconds"
 sox -D -R -n -r "$rate" -b 16 -c 1 "$tmp/noise.wav" synth "$seconds" pinknoise vol "$noise_level"
