@@ -47,7 +47,8 @@ double parabolic_offset(double left, double centre, double right) {
 DelayEstimate estimate_echo_delay(const std::vector<int16_t> &near, int near_channels,
                                   const std::vector<int16_t> &far, int far_channels, int rate,
                                   const AlignWindow &window) {
-    const size_t head = static_cast<size_t>(window.seconds * rate);
+    const size_t length = std::max(near.size() / near_channels, far.size() / far_channels);
+    const size_t head = std::min(length, static_cast<size_t>(window.seconds * rate));
     const long max_lag = static_cast<long>(window.max_lag_seconds * rate);
     size_t size = 2;
     while (size < 2 * head) {

@@ -115,8 +115,8 @@ Command add_process_command(CLI::App &root) {
                     "comma-separated: ERLE then leaves these out instead of judging by level")
         ->type_name("SPANS");
     cmd->footer(
-        "ERLE is measured where the far end is active (its level over 100 ms at least 20 dB "
-        "above its floor and above -50 dBFS) and the echo dominates (the near-to-far level "
+        "ERLE is measured where the far end is active (its level over 100 ms within 30 dB of "
+        "its 95th percentile and above -50 dBFS) and the echo dominates (the near-to-far level "
         "ratio within 3 dB of its median and no frame within 0.5 s more than 6 dB above it; or "
         "outside --near-talk).\n"
         "Saturated input frames have a near-end sample beyond +-32700.\n\n"

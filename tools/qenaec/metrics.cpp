@@ -10,7 +10,7 @@ namespace qtool {
 namespace {
 
 constexpr double kWindowSeconds = 0.1;
-constexpr double kFarAboveFloorDb = 20.0;
+constexpr double kFarBelowPeakDb = 30.0;
 constexpr double kFarMinimumDbfs = -50.0;
 constexpr double kRatioMarginDb = 3.0;
 constexpr double kClearTalkDb = 6.0;
@@ -66,8 +66,10 @@ bool in_any_span(double t0, double t1, const std::vector<Span> &spans) {
 }
 
 std::vector<bool> far_active(const std::vector<double> &far_level) {
+    // Relative to the loud end of the far end's levels, not to its floor: a far end that
+    // never pauses (music, noise) has no floor to be above.
     const double threshold =
-        std::max(percentile(far_level, 0.10) + kFarAboveFloorDb, kFarMinimumDbfs);
+        std::max(percentile(far_level, 0.95) - kFarBelowPeakDb, kFarMinimumDbfs);
     std::vector<bool> active(far_level.size());
     for (size_t f = 0; f < far_level.size(); ++f) {
         active[f] = far_level[f] >= threshold;

@@ -35,8 +35,8 @@ struct Erle {
 };
 
 // Which frames count, and the figure over them:
-// - far end active: its level over the last 100 ms is at least 20 dB above its own floor
-//   (the 10th percentile of those levels) and above -50 dBFS;
+// - far end active: its level over the last 100 ms is at most 30 dB below its loud level
+//   (the 95th percentile of those levels) and above -50 dBFS;
 // - echo dominant: with `near_talk` given, the frame lies outside every span; otherwise the
 //   near-to-far level ratio over the last 100 ms is within 3 dB of its median over the
 //   far-active frames, and no frame within 0.5 s has it more than 6 dB above (clear talk).
