@@ -7,6 +7,7 @@ packages=(
     libkissfft-dev libsimde-dev libcjson-dev
     libgtest-dev libgmock-dev
     clang libclang-rt-14-dev
+    libsndfile1-dev libcli11-dev libsoxr-dev
 )
 [ "$#" -gt 0 ] && packages+=("$@")
 
