@@ -65,7 +65,7 @@ test-tsan: setup
 # FUZZ_SECONDS on a working corpus in build/fuzz, seeded from tests/fuzz/corpus; crashes land in
 # build/fuzz/artifacts. `fuzz-smoke` is the short run per target that `make test` makes.
 FUZZ_SECONDS ?= 600
-FUZZERS ?= api_fuzzer
+FUZZERS ?= api_fuzzer tool_fuzzer
 .PHONY: fuzz fuzz-build fuzz-smoke
 fuzz-build: setup
 	cmake --preset fuzz

@@ -21,6 +21,7 @@ std::string lower_extension(const std::string &path) {
 }
 
 constexpr int kRawFormat = SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE;
+constexpr int kReadBlockSamples = 1 << 16;
 
 }  // namespace
 
@@ -38,15 +39,21 @@ Audio read_audio(const std::string &path, const RawLayout *raw) {
     Audio audio;
     audio.rate = info.samplerate;
     audio.channels = info.channels;
-    audio.samples.resize(static_cast<size_t>(info.frames) * info.channels);
-    const sf_count_t got = sf_readf_float(file, audio.samples.data(), info.frames);
+    // The frame count in a header is a claim, not a size (a hostile FLAC header promises
+    // terabytes): read what the file really holds, block by block.
+    const sf_count_t block_frames = std::max(1, kReadBlockSamples / std::max(1, info.channels));
+    std::vector<float> block(static_cast<size_t>(block_frames) * info.channels);
+    sf_count_t got = 0;
+    while ((got = sf_readf_float(file, block.data(), block_frames)) > 0) {
+        audio.samples.insert(audio.samples.end(), block.begin(),
+                             block.begin() + static_cast<ptrdiff_t>(got) * info.channels);
+    }
     const int err = sf_error(file);
     const std::string why = sf_strerror(file);
     sf_close(file);
     if (err != SF_ERR_NO_ERROR) {
         throw failure("cannot read '" + path + "': " + why);
     }
-    audio.samples.resize(static_cast<size_t>(got) * info.channels);
     return audio;
 }
 
