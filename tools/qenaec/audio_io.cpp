@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 
 #include "errors.h"
@@ -23,6 +25,36 @@ std::string lower_extension(const std::string &path) {
 constexpr int kRawFormat = SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE;
 constexpr int kReadBlockSamples = 1 << 16;
 
+// libsndfile trims a data chunk that runs past the end of the file and says so in its log
+// ("data : 32000 (should be 12000)"). A streaming writer's placeholder length is no
+// truncation.
+bool data_chunk_cut_short(SNDFILE *file) {
+    char log[8192] = {};
+    sf_command(file, SFC_GET_LOG_INFO, log, sizeof log);
+    for (const char *line = log; line != nullptr && *line != '\0';) {
+        unsigned long long said = 0, holds = 0;
+        if (std::sscanf(line, "data : %llu (should be %llu)", &said, &holds) == 2 && said > holds &&
+            said != 0xFFFFFFFFull) {
+            return true;
+        }
+        line = std::strchr(line, '\n');
+        line = line != nullptr ? line + 1 : nullptr;
+    }
+    return false;
+}
+
+// A headerless file must hold whole frames: a remainder means the channel count is wrong.
+void check_raw_size(const std::string &path, const RawLayout &raw) {
+    std::error_code ec;
+    const auto bytes = std::filesystem::file_size(path, ec);
+    const auto frame_bytes = 2 * static_cast<std::uintmax_t>(raw.channels);
+    if (!ec && raw.channels > 0 && bytes % frame_bytes != 0) {
+        throw failure("cannot read '" + path + "': " + std::to_string(bytes) +
+                      " bytes are not a whole number of " + std::to_string(raw.channels) +
+                      "-channel 16-bit frames (is the channel count right?)");
+    }
+}
+
 }  // namespace
 
 Audio read_audio(const std::string &path, const RawLayout *raw) {
@@ -31,6 +63,7 @@ Audio read_audio(const std::string &path, const RawLayout *raw) {
         info.samplerate = raw->rate;
         info.channels = raw->channels;
         info.format = kRawFormat;
+        check_raw_size(path, *raw);
     }
     SNDFILE *file = sf_open(path.c_str(), SFM_READ, &info);
     if (file == nullptr) {
@@ -50,9 +83,16 @@ Audio read_audio(const std::string &path, const RawLayout *raw) {
     }
     const int err = sf_error(file);
     const std::string why = sf_strerror(file);
+    const bool cut_short =
+        data_chunk_cut_short(file) ||
+        (info.frames != SF_COUNT_MAX && static_cast<sf_count_t>(audio.frames()) < info.frames);
     sf_close(file);
     if (err != SF_ERR_NO_ERROR) {
         throw failure("cannot read '" + path + "': " + why);
+    }
+    if (cut_short) {
+        throw failure("cannot read '" + path +
+                      "': the file is truncated (its header promises more audio than it holds)");
     }
     return audio;
 }
@@ -140,6 +180,9 @@ void AudioWriter::commit() {
     const int err = sf_close(file_);
     file_ = nullptr;
     if (err != 0) {
+        // What made it to the disk is not the whole output: leave nothing behind.
+        std::error_code ec;
+        std::filesystem::remove(path_, ec);
         throw failure("cannot write '" + path_ + "': " + sf_error_number(err));
     }
 }

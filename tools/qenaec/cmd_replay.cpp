@@ -70,6 +70,13 @@ int run(const ReplayArgs &a) {
     const size_t near_frames = near.size() / (kFrame * a.near_channels);
     const size_t far_frames = far.size() / (kFrame * a.far_channels);
     rep.frames = std::min(near_frames, far_frames);
+    // Both dumps get every frame; a device stopped mid-frame leaves at most one missing. More
+    // than that means a channel count that does not match the files.
+    if (near_frames + 1 < far_frames || far_frames + 1 < near_frames) {
+        throw failure("the near-end dump holds " + std::to_string(near_frames) +
+                      " frames and the far-end dump " + std::to_string(far_frames) +
+                      ": check --near-channels and --far-channels");
+    }
     if (near_frames != far_frames) {
         notice(a.quiet, "the near-end dump holds " + std::to_string(near_frames) +
                             " frames and the far-end dump " + std::to_string(far_frames) +

@@ -38,6 +38,11 @@ void refuse_overwrite(const ProcessRequest &rq) {
 }
 
 void check_inputs(const Audio &near, const Audio &far, const ProcessRequest &rq) {
+    for (const auto &[audio, path] : {std::pair{&near, &rq.near_path}, {&far, &rq.far_path}}) {
+        if (audio->frames() == 0) {
+            throw failure("cannot read '" + *path + "': it holds no audio");
+        }
+    }
     if (near.rate != far.rate) {
         throw failure("the near end is " + std::to_string(near.rate) + " Hz but the far end is " +
                       std::to_string(far.rate) + " Hz: both must have the same rate");
@@ -48,6 +53,14 @@ void check_inputs(const Audio &near, const Audio &far, const ProcessRequest &rq)
             throw failure(std::string("the ") + name + " end has " +
                           std::to_string(audio->channels) + " channels; the library takes 1 or 2");
         }
+    }
+    // Padding a short far end with silence is fine; padding most of it would leave most of
+    // the echo with no reference to cancel it from.
+    if (far.frames() * 2 < near.frames()) {
+        throw failure("the far end (" + seconds_text(static_cast<double>(far.frames()) / far.rate) +
+                      ") is much shorter than the near end (" +
+                      seconds_text(static_cast<double>(near.frames()) / near.rate) +
+                      "): give the whole far end, or cut the near end to match");
     }
     if (!is_supported_rate(near.rate) && !rq.resample) {
         throw failure("the inputs are " + std::to_string(near.rate) + " Hz; the library takes " +
