@@ -75,7 +75,7 @@ fuzz: fuzz-build
 	@mkdir -p build/fuzz/artifacts
 	@for f in $(FUZZERS); do \
 	    mkdir -p build/fuzz/corpus-long/$$f; \
-	    build/fuzz/tests/fuzz/$$f -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
+	    build/fuzz/tests/fuzz/$$f -max_total_time=$(FUZZ_SECONDS) -timeout=30 -print_final_stats=1 \
 	        -artifact_prefix=build/fuzz/artifacts/$$f- \
 	        build/fuzz/corpus-long/$$f tests/fuzz/corpus/$$f || exit 1; \
 	done

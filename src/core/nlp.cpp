@@ -96,6 +96,12 @@ void nlp_coherence(aec_workingbuf_t *buf, float *cohde, float *cohyd) {
                    (aec->sd[i] * aec->se[i] + 1e-10f);
         cohyd[i] = (aec->syd[i][0] * aec->syd[i][0] + aec->syd[i][1] * aec->syd[i][1]) /
                    (aec->sy[i] * aec->sd[i] + 1e-10f);
+        // A coherence is at most 1, but rounding in the smoothed spectra can put it an ulp
+        // above. 1 - cohyd must not go negative: a negative gain becomes the tracked minimum,
+        // whose logarithm is NaN, and the NaN overdrive never leaves the instance again.
+        if (cohyd[i] > 1.0f) {
+            cohyd[i] = 1.0f;
+        }
     }
 }
 

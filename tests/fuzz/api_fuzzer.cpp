@@ -4,7 +4,12 @@
 // aborts on any code it did not predict, on a refused Init that touched the block, on a stereo
 // output whose channels differ, and (through ASan poisoning) on any access outside the
 // QenAec_GetBufferSize() bytes of a block.
+#if __has_include(<sanitizer/asan_interface.h>)
 #include <sanitizer/asan_interface.h>
+#endif
+#ifndef ASAN_POISON_MEMORY_REGION
+#define ASAN_POISON_MEMORY_REGION(addr, size) ((void)(addr), (void)(size))
+#endif
 
 #include <cstddef>
 #include <cstdint>
