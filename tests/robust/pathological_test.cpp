@@ -19,6 +19,12 @@
 namespace {
 
 constexpr int kRates[] = {8000, 16000, 32000, 48000};
+// Two minutes of silence at every rate natively; the ARM build, emulated, keeps to 20 s.
+#ifdef QENAEC_TEST_EMULATED
+constexpr double kSilenceSeconds = 20.0;
+#else
+constexpr double kSilenceSeconds = 120.0;
+#endif
 
 struct FloatSpan {
     const char *name;
@@ -194,7 +200,7 @@ const Case kCases[] = {
     {"FullScaleImpulses", impulses, impulses, 2.0, 1},
     {"FarEndOnly", silence, noise, 2.0, 1},
     {"NearEndOnly", noise, silence, 2.0, 1},
-    {"TwoMinutesOfSilence", silence, silence, 120.0, 1},
+    {"MinutesOfSilence", silence, silence, kSilenceSeconds, 1},
 };
 
 TEST(FloatState, ThePlantedNonFiniteValueIsFound) {
@@ -235,8 +241,11 @@ void feed(Instance &aec, const Case &c, int rate, Path path) {
             }
         }
         ASSERT_EQ(r, ALGO_AEC_RET_SUCCESS) << "frame " << f;
-        const std::string bad = first_non_finite(aec.state());
-        ASSERT_EQ(bad, "") << "non-finite after frame " << f << " of " << frames;
+        // Over minutes, every 50th frame: a non-finite value, once in, stays in the state.
+        if (c.seconds < kSilenceSeconds || f % 50 == 0 || f + 1 == frames) {
+            const std::string bad = first_non_finite(aec.state());
+            ASSERT_EQ(bad, "") << "non-finite after frame " << f << " of " << frames;
+        }
     }
 }
 
@@ -253,7 +262,7 @@ TEST_P(Pathological, EveryFloatStaysFinite) {
         Instance run(rate, c.channels, c.channels, true);
         ASSERT_NE(run.handle(), nullptr);
         feed(run, c, rate, Path::kRun);
-        if (c.seconds > 10) {
+        if (c.seconds >= kSilenceSeconds) {
             return;  // the long silence once is enough
         }
         Instance split(rate, c.channels, c.channels, true);
