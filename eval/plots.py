@@ -15,9 +15,16 @@ DPI = 80
 ENVELOPE_POINTS = 3000
 
 
-def _first(x):
-    x = np.asarray(x)
-    return x if x.ndim == 1 else x[:, 0]
+def _channel(x):
+    """One channel to draw: the mean of two microphones is what the canceller filters, and
+    its two output channels are one signal."""
+    x = np.asarray(x, dtype=float)
+    return x if x.ndim == 1 else x.mean(axis=1)
+
+
+def _input_title(sc, rate, mic):
+    both = " (mean of the two channels)" if np.ndim(mic) == 2 else ""
+    return f"{sc.title}, {rate // 1000} kHz: microphone (input){both}"
 
 
 def _marks(ax, sc):
@@ -28,11 +35,11 @@ def _marks(ax, sc):
 
 
 def waveforms(path, sc, rate, mic, outputs):
-    rows = [("microphone (input)", mic)] + [(LABELS[a] + " output", o) for a, o in outputs.items()]
+    rows = [(_input_title(sc, rate, mic), mic)] + [(LABELS[a] + " output", o) for a, o in outputs.items()]
     fig, axes = plt.subplots(len(rows), 1, figsize=(9, 1.6 * len(rows)), sharex=True, sharey=True)
     for ax, (title, x) in zip(axes, rows):
         # The envelope per bucket of samples draws the same picture as every sample.
-        x = _first(x).astype(float) / FULL_SCALE
+        x = _channel(x) / FULL_SCALE
         bucket = max(1, len(x) // ENVELOPE_POINTS)
         x = np.reshape(x[:len(x) // bucket * bucket], (-1, bucket))
         t = np.arange(len(x)) * bucket / rate
@@ -40,7 +47,7 @@ def waveforms(path, sc, rate, mic, outputs):
         _marks(ax, sc)
         ax.set_title(title, fontsize=9, loc="left")
         ax.set_ylabel("amplitude\n(full scale)", fontsize=8)
-    peak = np.max(np.abs(_first(mic))) / FULL_SCALE
+    peak = np.max(np.abs(_channel(mic))) / FULL_SCALE
     axes[0].set_ylim(-1.1 * peak, 1.1 * peak)
     axes[-1].set_xlabel("time (s)")
     fig.tight_layout()
@@ -48,10 +55,12 @@ def waveforms(path, sc, rate, mic, outputs):
     plt.close(fig)
 
 
-def spectrograms(path, rate, mic, out):
+def spectrograms(path, sc, rate, mic, out):
     fig, axes = plt.subplots(2, 1, figsize=(9, 5.2), sharex=True)
-    for ax, (title, x) in zip(axes, (("microphone (input)", mic), ("QenAec full output", out))):
-        x = _first(x).astype(float) / FULL_SCALE
+    rows = ((_input_title(sc, rate, mic), mic),
+            ("QenAec full output", out))
+    for ax, (title, x) in zip(axes, rows):
+        x = _channel(x) / FULL_SCALE
         _, _, power = signal.spectrogram(x, fs=rate, window="hann", nperseg=256,
                                                  noverlap=128, scaling="density")
         # Digital silence sits at the bottom of the scale rather than off it.
@@ -68,8 +77,8 @@ def spectrograms(path, rate, mic, out):
     plt.close(fig)
 
 
-def erle(path, sc, curves, title=None):
-    fig, ax = plt.subplots(figsize=(9, 3.4))
+def erle(path, sc, rate, curves):
+    fig, ax = plt.subplots(figsize=(9, 3.6))
     _marks(ax, sc)
     for algorithm, curve in curves.items():
         ax.plot(curve.times, curve.erle, ".-", ms=2, lw=0.8, color=COLOURS[algorithm],
@@ -83,8 +92,9 @@ def erle(path, sc, curves, title=None):
     ax.set_ylim(-10, 80)
     ax.set_xlabel("time (s), at the end of each 0.5 s window")
     ax.set_ylabel("ERLE (dB)")
-    ax.set_title(title or "ERLE over time (far-end single talk windows)", fontsize=9, loc="left")
-    ax.legend(fontsize=8, loc="upper right", ncol=2)
+    ax.set_title(f"{sc.title}, {rate // 1000} kHz: ERLE over time (far-end single talk windows)",
+                 fontsize=9, loc="left")
+    ax.legend(fontsize=8, loc="upper center", bbox_to_anchor=(0.5, -0.2), ncol=5, frameon=False)
     ax.grid(alpha=0.3)
     fig.tight_layout()
     fig.savefig(path, dpi=DPI)

@@ -44,8 +44,8 @@ def one(job):
     for label, x in files.items():
         _wav(folder / f"{label}.wav", x, rate)
     plots.waveforms(folder / "waveforms.png", sc, rate, sig["mic"], data["outputs"])
-    plots.spectrograms(folder / "spectrograms.png", rate, sig["mic"], data["outputs"]["full"])
-    plots.erle(folder / "erle.png", sc, data["curves"])
+    plots.spectrograms(folder / "spectrograms.png", sc, rate, sig["mic"], data["outputs"]["full"])
+    plots.erle(folder / "erle.png", sc, rate, data["curves"])
     rel = lambda f: str((folder / f).relative_to(out))
     return {
         "scenario": name,
