@@ -43,15 +43,6 @@ def db(num, den):
     return float(10 * np.log10(num / den)) if num > 0 and den > 0 else float("nan")
 
 
-def _blocks(x, size):
-    n = len(x) // size * size
-    return np.reshape(np.asarray(x[:n], float), (-1, size))
-
-
-def _power(x, size):
-    return np.sum(_blocks(x, size) ** 2, axis=1)
-
-
 class ErleCurve(NamedTuple):
     times: np.ndarray  # window end, seconds
     erle: np.ndarray  # dB; NaN where the window is not valid

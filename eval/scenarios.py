@@ -11,7 +11,7 @@ the near-end talker arrives at the microphone at that level too.
 `build` returns the int16 signals the canceller gets and the clean components the metrics
 need: the echo and the near-end speech as the microphone receives them, and the noise.
 """
-from dataclasses import dataclass, field, replace
+from dataclasses import dataclass, replace
 
 import numpy as np
 from scipy import signal
@@ -47,7 +47,6 @@ class Scenario:
     stereo: bool = False
     steady_from: float = 8.0  # start of the steady-state span, seconds
     notes: str = ""
-    tags: tuple = field(default=())
 
 
 SCENARIOS = (

@@ -92,7 +92,9 @@ class Canceller:
                suppression_mode_intensity=None):
         """Replaces the given settings; those left as None keep their stored values."""
         now = self.get_config()
-        pick = lambda value, key: now[key] if value is None else value
+        def pick(value, key):
+            return now[key] if value is None else value
+
         freq = pick(suppression_mode_freq, "suppression_mode_freq")
         intensity = pick(suppression_mode_intensity, "suppression_mode_intensity")
         if len(freq) != 6 or len(intensity) != 7:
@@ -106,10 +108,8 @@ class Canceller:
 
     def set_recursive_ratio(self, n):
         """Smoothing of the suppressor's spectra in tenths, 1..10."""
-        if n < 0:
-            raise QenAecError(_lib.CODE["ALGO_AEC_RET_INVALID_RECURSIVE_RATIO"],
-                              "QenAec_SetRecursiveRatio")
-        _check(self._lib.QenAec_SetRecursiveRatio(self._live(), int(n)),
+        # A negative n wraps to a huge unsigned value, which the library refuses.
+        _check(self._lib.QenAec_SetRecursiveRatio(self._live(), int(n) & 0xFFFFFFFF),
                "QenAec_SetRecursiveRatio")
 
     def _frames(self, signal, channels, what):
