@@ -35,14 +35,15 @@ def scenario_table(records):
         sc = scenarios.BY_NAME[name]
         out[name] = {"title": sc.title, "condition": sc.condition, "seconds": sc.seconds,
                      "room": {"size_m": sc.room.size, "rt60_s": sc.room.rt60},
-                     "distance_m": sc.distance, "snr_db": sc.snr_db, "notes": sc.notes}
+                     "distance_m": None if sc.stereo else sc.distance, "snr_db": sc.snr_db, "notes": sc.notes}
     return out
 
 
 def _num(v, digits=1):
     if v is None or (isinstance(v, float) and not math.isfinite(v)):
         return "—"
-    return f"{v:.{digits}f}"
+    text = f"{v:.{digits}f}"
+    return text[1:] if text.startswith("-") and float(text) == 0 else text
 
 
 def _get(record, algo, *keys):
@@ -157,10 +158,13 @@ linear stage alone skips the frame and repeats its previous output block.</li></
 
 def _scenario_html(name, info, recs):
     esc = html_text.escape
-    parts = [f"<h2 id='{name}'>{esc(info['title'])}</h2>",
-             f"<p>{esc(info['condition'])}; {info['seconds']} s; room "
-             f"{' × '.join(map(str, info['room']['size_m']))} m, RT60 "
-             f"{info['room']['rt60_s']} s; {esc(info['notes'])}.</p>"]
+    room = info["room"]
+    facts = [info["condition"], f"{info['seconds']:g} s",
+             f"room {' × '.join(f'{v:g}' for v in room['size_m'])} m, RT60 {room['rt60_s']:g} s",
+             f"{info['snr_db']:g} dB SNR"] + ([info["notes"]] if info["notes"] else [])
+    if info["distance_m"] is not None:
+        facts.insert(3, f"loudspeaker {info['distance_m'] * 100:g} cm from the microphone")
+    parts = [f"<h2 id='{name}'>{esc(info['title'])}</h2>", f"<p>{esc('; '.join(facts))}.</p>"]
     for r in recs:
         files = " ".join(f"<a href='{esc(p)}'>{esc(k)}.wav</a>" for k, p in r["wavs"].items())
         audio = "".join(f"<div>{esc(k)}: <audio controls preload='none' src='{esc(p)}'></audio>"

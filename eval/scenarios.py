@@ -50,30 +50,30 @@ class Scenario:
 
 
 SCENARIOS = (
-    Scenario("fe_single", "Far-end single talk, office", "far-end single talk", 16.0,
-             notes="10 cm, RT60 0.3 s, 30 dB SNR"),
+    Scenario("fe_single", "Far-end single talk, office", "far-end single talk", 16.0),
     Scenario("ne_single", "Near-end single talk, office", "near-end single talk", 10.0,
-             far_talk=False, near_start=0.5, notes="far end carries only its line floor"),
+             far_talk=False, near_start=0.5, notes="the far end carries only its line floor"),
     Scenario("double_talk", "Double talk, living room", "double talk", 18.0, room=LIVING,
              distance=0.08, near_start=8.0, steady_from=4.0,
-             notes="8 cm, RT60 0.45 s; the near-end talker joins at 8 s"),
+             notes="the near-end talker joins at 8 s"),
     Scenario("path_change", "Echo-path change, office", "far-end single talk", 20.0,
              distance=0.06, snr_db=35.0, change_at=10.0, steady_from=5.0,
-             notes="6 cm; at 10 s the device is moved across the room, now 14 cm"),
+             notes="at 10 s the device is moved across the room, its microphone now 14 cm "
+                   "from the loudspeaker"),
     Scenario("soft_clip", "Loudspeaker soft clipping, booth", "far-end single talk", 14.0,
              room=BOOTH, distance=0.05, snr_db=25.0, clip=True, steady_from=7.0,
-             notes="5 cm, RT60 0.15 s, driver clipping softly"),
+             notes="the loudspeaker's driver clips softly"),
     Scenario("hall_noisy", "Reverberant hall, noisy microphone", "far-end single talk", 14.0,
-             room=HALL, distance=0.15, snr_db=20.0, steady_from=7.0,
-             notes="15 cm, RT60 0.6 s, 20 dB SNR"),
+             room=HALL, distance=0.15, snr_db=20.0, steady_from=7.0),
     Scenario("quiet_40db", "Quiet office, 40 dB SNR", "far-end single talk", 12.0,
-             snr_db=40.0, steady_from=6.0, notes="10 cm, 40 dB SNR"),
+             snr_db=40.0, steady_from=6.0),
     Scenario("delay_beyond", "Bulk delay beyond the filter", "far-end single talk", 12.0,
              delay_samples=FILTER_TAPS + FILTER_TAPS // 2, steady_from=6.0,
-             notes="1536-sample delay: the direct path lies past the 1024-tap filter"),
+             notes="a bulk delay of 1536 samples puts the direct path past the 1024-tap filter"),
     Scenario("stereo", "Stereo far end, stereo microphone", "far-end single talk", 14.0,
              room=LIVING, stereo=True, steady_from=7.0,
-             notes="two far-end talkers panned over two loudspeakers; two microphones"),
+             notes="two far-end talkers panned over two loudspeakers 20 cm apart; two "
+                   "microphones between them, 7 and 13 cm from each loudspeaker"),
 )
 BY_NAME = {s.name: s for s in SCENARIOS}
 
