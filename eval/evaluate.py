@@ -13,6 +13,7 @@ import metrics
 import nlms
 import qenaec
 import scenarios
+import speech
 
 ALGORITHMS = ("full", "linear", "nlms")
 
@@ -31,7 +32,7 @@ def run_canceller(algorithm, sig):
         ref = far if far.ndim == 1 else far[:, 0]
         error = nlms.nlms(_mono(mic), ref)
         taken = time.perf_counter() - start
-        out = np.clip(np.round(error), -32768, 32767).astype(np.int16)
+        out = speech.to_pcm(error)
         return out, error, taken
     channels = lambda x: 1 if x.ndim == 1 else x.shape[1]
     with qenaec.Canceller(sig["rate"], channels(mic), channels(far)) as aec:

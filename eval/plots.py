@@ -89,7 +89,8 @@ def erle(path, sc, rate, curves):
         ax.text(0.5, 0.5, "no echo in this scenario: ERLE is not defined",
                 transform=ax.transAxes, ha="center")
     ax.set_xlim(0, sc.seconds)
-    ax.set_ylim(-10, 80)
+    finite = [np.nanmax(c.erle) for c in curves.values() if not np.all(np.isnan(c.erle))]
+    ax.set_ylim(-10, min(120, max([60] + [v + 5 for v in finite])))
     ax.set_xlabel("time (s), at the end of each 0.5 s window")
     ax.set_ylabel("ERLE (dB)")
     ax.set_title(f"{sc.title}, {rate // 1000} kHz: ERLE over time (far-end single talk windows)",

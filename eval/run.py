@@ -22,6 +22,7 @@ import evaluate  # noqa: E402
 import plots  # noqa: E402
 import report  # noqa: E402
 import scenarios  # noqa: E402
+import speech  # noqa: E402
 
 RATES = (8000, 16000, 32000, 48000)
 
@@ -38,8 +39,7 @@ def one(job):
     folder = pathlib.Path(out) / name / str(rate)
     folder.mkdir(parents=True, exist_ok=True)
     sig = data["signals"]
-    clean = lambda x: np.clip(np.round(x), -32768, 32767).astype(np.int16)
-    files = {"far": sig["far"], "mic": sig["mic"], "near_clean": clean(sig["near"])}
+    files = {"far": sig["far"], "mic": sig["mic"], "near_clean": speech.to_pcm(sig["near"])}
     files.update({f"out_{a}": o for a, o in data["outputs"].items()})
     for label, x in files.items():
         _wav(folder / f"{label}.wav", x, rate)

@@ -143,8 +143,9 @@ def far_end(sc, rate, seed):
 def build(sc, rate, seed=1):
     """The scenario's signals at `rate` (see the module text); deterministic in seed."""
     n = int(round(sc.seconds * rate))
-    far = np.clip(np.round(far_end(sc, rate, seed)), -32768, 32767)
-    played = np.stack([_loudspeaker(far[:, c], rate, sc.clip) for c in range(far.shape[1])], 1)
+    far = speech.to_pcm(far_end(sc, rate, seed))
+    played = np.stack([_loudspeaker(far[:, c].astype(float), rate, sc.clip)
+                       for c in range(far.shape[1])], 1)
     delay = sc.delay_samples if sc.delay_samples is not None else int(DEVICE_DELAY_S * rate)
     echo = _echo(sc, rate, played, DEVICE_AT, sc.distance, n, delay)
     if sc.change_at is not None:
@@ -165,11 +166,11 @@ def build(sc, rate, seed=1):
     rng = np.random.default_rng([seed, 2])
     noise_rms = speech.FULL_SCALE * 10 ** ((TALKER_DBOV - sc.snr_db) / 20)
     noise = rng.standard_normal((n, mics)) * noise_rms
-    mic = np.clip(np.round(echo + near + noise), -32768, 32767).astype(np.int16)
+    mic = speech.to_pcm(echo + near + noise)
     squeeze = (lambda a: a) if sc.stereo else (lambda a: a[:, 0])
     return {
         "rate": rate,
-        "far": squeeze(far.astype(np.int16)),
+        "far": squeeze(far),
         "mic": squeeze(mic),
         "echo": squeeze(echo),
         "near": squeeze(near),

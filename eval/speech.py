@@ -66,6 +66,11 @@ def _utterance(voice, sentence, rate):
     return signal.resample_poly(_synthesise(voice, sentence), ratio.numerator, ratio.denominator)
 
 
+def to_pcm(x):
+    """Rounded and saturated to int16."""
+    return np.clip(np.round(x), -32768, 32767).astype(np.int16)
+
+
 def level_dbov(x, rate):
     """Active level of x (in sample units) in dBov; -inf for silence."""
     frame = max(1, rate // 100)
