@@ -30,8 +30,8 @@ Recording delayed_echo(int rate, double seconds, size_t delay) {
     const struct {
         size_t lag;
         double gain;
-    } paths[] = {{0, 0.5}, {static_cast<size_t>(rate / 800), 0.2},
-                 {static_cast<size_t>(rate / 200), -0.1}};
+    } paths[] = {
+        {0, 0.5}, {static_cast<size_t>(rate / 800), 0.2}, {static_cast<size_t>(rate / 200), -0.1}};
     for (size_t t = 0; t < n; ++t) {
         double v = 30.0 * gauss(rng);
         for (const auto &p : paths) {
@@ -53,10 +53,9 @@ TEST_P(Align, FindsA40msDelayWithin1msAndDelaysTheFarEndByIt) {
     cli::TempDir tmp;
     cli::write_wav(tmp.path("near.wav"), rate, 1, rec.near);
     cli::write_wav(tmp.path("far.wav"), rate, 1, rec.far);
-    const cli::Result r =
-        cli::run({"process", "--align", "auto", "--near", tmp.path("near.wav"), "--far",
-                  tmp.path("far.wav"), "-o", tmp.path("out.wav"), "--metrics-json",
-                  tmp.path("m.json")});
+    const cli::Result r = cli::run({"process", "--align", "auto", "--near", tmp.path("near.wav"),
+                                    "--far", tmp.path("far.wav"), "-o", tmp.path("out.wav"),
+                                    "--metrics-json", tmp.path("m.json")});
     ASSERT_EQ(r.status, 0) << r.err;
     const std::string json = cli::read_text(tmp.path("m.json"));
     EXPECT_NEAR(cli::json_number(json, "delay_estimated_ms"), 40.0, 1.0) << json;
@@ -81,9 +80,10 @@ TEST(Align, BeatsAnUnalignedRunWhenTheDelayExceedsTheFilter) {
     cli::write_wav(tmp.path("near.wav"), rate, 1, rec.near);
     cli::write_wav(tmp.path("far.wav"), rate, 1, rec.far);
     auto erle = [&](std::vector<std::string> extra, std::string *err) {
-        std::vector<std::string> args = {"process", "--near", tmp.path("near.wav"), "--far",
-                                         tmp.path("far.wav"), "-o", tmp.path("out.wav"),
-                                         "--metrics-json", tmp.path("m.json")};
+        std::vector<std::string> args = {
+            "process",           "--near", tmp.path("near.wav"), "--far",
+            tmp.path("far.wav"), "-o",     tmp.path("out.wav"),  "--metrics-json",
+            tmp.path("m.json")};
         args.insert(args.end(), extra.begin(), extra.end());
         const cli::Result r = cli::run(args);
         EXPECT_EQ(r.status, 0) << r.err;
@@ -111,10 +111,9 @@ TEST(Align, AFarEndWithoutEchoIsLeftAlone) {
     cli::TempDir tmp;
     cli::write_wav(tmp.path("near.wav"), rate, 1, rec.near);
     cli::write_wav(tmp.path("far.wav"), rate, 1, rec.far);
-    const cli::Result r =
-        cli::run({"process", "--align", "auto", "--near", tmp.path("near.wav"), "--far",
-                  tmp.path("far.wav"), "-o", tmp.path("out.wav"), "--metrics-json",
-                  tmp.path("m.json")});
+    const cli::Result r = cli::run({"process", "--align", "auto", "--near", tmp.path("near.wav"),
+                                    "--far", tmp.path("far.wav"), "-o", tmp.path("out.wav"),
+                                    "--metrics-json", tmp.path("m.json")});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.err.find("--align auto found no clear echo delay"), std::string::npos) << r.err;
     const std::string json = cli::read_text(tmp.path("m.json"));

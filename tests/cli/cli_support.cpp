@@ -30,8 +30,8 @@ std::string quote(const std::string &s) {
     return q;
 }
 
-void write_sndfile(const std::string &path, int rate, int channels, int format,
-                   const void *data, size_t samples, bool is_float) {
+void write_sndfile(const std::string &path, int rate, int channels, int format, const void *data,
+                   size_t samples, bool is_float) {
     SF_INFO info{};
     info.samplerate = rate;
     info.channels = channels;
