@@ -51,11 +51,8 @@ TEST_P(Align, FindsA40msDelayWithin1msAndDelaysTheFarEndByIt) {
     const size_t delay = static_cast<size_t>(rate / 25);  // 40 ms
     const Recording rec = delayed_echo(rate, 3.0, delay);
     cli::TempDir tmp;
-    cli::write_wav(tmp.path("near.wav"), rate, 1, rec.near);
-    cli::write_wav(tmp.path("far.wav"), rate, 1, rec.far);
-    const cli::Result r = cli::run({"process", "--align", "auto", "--near", tmp.path("near.wav"),
-                                    "--far", tmp.path("far.wav"), "-o", tmp.path("out.wav"),
-                                    "--metrics-json", tmp.path("m.json")});
+    const cli::Result r =
+        cli::process_files(tmp, rate, 1, rec.near, 1, rec.far, {"--align", "auto"});
     ASSERT_EQ(r.status, 0) << r.err;
     const std::string json = cli::read_text(tmp.path("m.json"));
     EXPECT_NEAR(cli::json_number(json, "delay_estimated_ms"), 40.0, 1.0) << json;
@@ -77,15 +74,8 @@ TEST(Align, BeatsAnUnalignedRunWhenTheDelayExceedsTheFilter) {
     const int rate = 16000;
     const Recording rec = delayed_echo(rate, 3.0, 2400);  // 150 ms
     cli::TempDir tmp;
-    cli::write_wav(tmp.path("near.wav"), rate, 1, rec.near);
-    cli::write_wav(tmp.path("far.wav"), rate, 1, rec.far);
     auto erle = [&](std::vector<std::string> extra, std::string *err) {
-        std::vector<std::string> args = {
-            "process",           "--near", tmp.path("near.wav"), "--far",
-            tmp.path("far.wav"), "-o",     tmp.path("out.wav"),  "--metrics-json",
-            tmp.path("m.json")};
-        args.insert(args.end(), extra.begin(), extra.end());
-        const cli::Result r = cli::run(args);
+        const cli::Result r = cli::process_files(tmp, rate, 1, rec.near, 1, rec.far, extra);
         EXPECT_EQ(r.status, 0) << r.err;
         *err = r.err;
         return cli::json_number(cli::read_text(tmp.path("m.json")), "erle_db");
@@ -114,11 +104,8 @@ TEST(Align, AFarEndWithoutEchoIsLeftAlone) {
         }
     }
     cli::TempDir tmp;
-    cli::write_wav(tmp.path("near.wav"), rate, 1, rec.near);
-    cli::write_wav(tmp.path("far.wav"), rate, 1, rec.far);
-    const cli::Result r = cli::run({"process", "--align", "auto", "--near", tmp.path("near.wav"),
-                                    "--far", tmp.path("far.wav"), "-o", tmp.path("out.wav"),
-                                    "--metrics-json", tmp.path("m.json")});
+    const cli::Result r =
+        cli::process_files(tmp, rate, 1, rec.near, 1, rec.far, {"--align", "auto"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.err.find("--align auto found no clear echo delay"), std::string::npos) << r.err;
     const std::string json = cli::read_text(tmp.path("m.json"));

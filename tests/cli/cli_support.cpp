@@ -79,19 +79,6 @@ Result run(const std::vector<std::string> &args, const Env &env) {
     return r;
 }
 
-TempDir::TempDir() {
-    std::string pattern = std::filesystem::temp_directory_path().string() + "/qenaec-cli-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("mkdtemp failed");
-    }
-    dir_ = pattern;
-}
-
-TempDir::~TempDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(dir_, ec);
-}
-
 void write_wav(const std::string &path, int rate, int channels,
                const std::vector<int16_t> &samples) {
     write_sndfile(path, rate, channels, SF_FORMAT_WAV | SF_FORMAT_PCM_16, samples.data(),
@@ -157,6 +144,20 @@ double json_number(const std::string &json, const std::string &key) {
     const double v = item != nullptr && cJSON_IsNumber(item) ? item->valuedouble : NAN;
     cJSON_Delete(root);
     return v;
+}
+
+Result process_files(const TempDir &dir, int rate, int near_channels,
+                     const std::vector<int16_t> &near, int far_channels,
+                     const std::vector<int16_t> &far, const std::vector<std::string> &extra,
+                     const Env &env) {
+    write_wav(dir.path("near.wav"), rate, near_channels, near);
+    write_wav(dir.path("far.wav"), rate, far_channels, far);
+    std::vector<std::string> args = {
+        "process",           "--near", dir.path("near.wav"), "--far",
+        dir.path("far.wav"), "-o",     dir.path("out.wav"),  "--metrics-json",
+        dir.path("m.json")};
+    args.insert(args.end(), extra.begin(), extra.end());
+    return run(args, env);
 }
 
 int count_lines(const std::string &text) {

@@ -31,19 +31,7 @@ protected:
     }
 
     Measured measure(std::vector<std::string> extra = {}) {
-        cli::write_wav(tmp_.path("near.wav"), kRate, 1, near_);
-        cli::write_wav(tmp_.path("far.wav"), kRate, 1, far_);
-        std::vector<std::string> args = {"process",
-                                         "--near",
-                                         tmp_.path("near.wav"),
-                                         "--far",
-                                         tmp_.path("far.wav"),
-                                         "-o",
-                                         tmp_.path("out.wav"),
-                                         "--metrics-json",
-                                         tmp_.path("m.json")};
-        args.insert(args.end(), extra.begin(), extra.end());
-        const cli::Result r = cli::run(args);
+        const cli::Result r = cli::process_files(tmp_, kRate, 1, near_, 1, far_, extra);
         EXPECT_EQ(r.status, 0) << r.err;
         const std::string json = cli::read_text(tmp_.path("m.json"));
         return {cli::json_number(json, "erle_db"), cli::json_number(json, "erle_seconds"), r.out,

@@ -83,20 +83,15 @@ TEST(Output, LibraryMessagesNeverReachStandardOutput) {
     e2e::Scenario s;
     s.seconds = 0.5;
     const e2e::Signals sig = e2e::make_signals(s);
-    cli::write_wav(tmp.path("near.wav"), 16000, 1, sig.near);
-    cli::write_wav(tmp.path("far.wav"), 16000, 1, sig.far);
-    const std::vector<std::string> args = {
-        "process",           "--near", tmp.path("near.wav"), "--far",
-        tmp.path("far.wav"), "-o",     tmp.path("out.wav")};
-
-    const cli::Result plain = cli::run(args);
+    const cli::Result plain = cli::process_files(tmp, 16000, 1, sig.near, 1, sig.far);
     EXPECT_EQ(plain.status, 0);
     EXPECT_EQ(plain.err, "");
     EXPECT_EQ(plain.out.find("ALGO_MSG"), std::string::npos) << plain.out;
     EXPECT_NE(plain.out.find("\nERLE: "), std::string::npos) << plain.out;
 
     std::ofstream(tmp.path("level.json")) << "{\"debug_level\": 7}";
-    const cli::Result chatty = cli::run(args, {{"DML_PATH", tmp.path("level.json")}});
+    const cli::Result chatty = cli::process_files(tmp, 16000, 1, sig.near, 1, sig.far, {},
+                                                  {{"DML_PATH", tmp.path("level.json")}});
     EXPECT_EQ(chatty.status, 0);
     // The same summary (but for the measured speed), with the library's lines on stderr.
     auto without_speed = [](std::string text) {
