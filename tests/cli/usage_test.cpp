@@ -2,6 +2,7 @@
 // bundled recordings, and a standard output that carries only the tool's own lines.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <string>
 
@@ -102,6 +103,33 @@ TEST(Output, LibraryMessagesNeverReachStandardOutput) {
     EXPECT_EQ(chatty.out.find("ALGO_MSG"), std::string::npos) << chatty.out;
     EXPECT_NE(chatty.err.find("[ALGO_MSG_MSG] [AEC]Floating point mode.\n"), std::string::npos)
         << chatty.err;
+}
+
+// The bar needs a terminal: `script` gives the tool one. In the tests' own runs standard
+// error is a file, and every other test checks that nothing is drawn there.
+TEST(Output, ProgressBarOnATerminalForLongInputs) {
+    if (std::system("command -v script >/dev/null 2>&1") != 0) {
+        GTEST_SKIP() << "no script(1) to provide a terminal";
+    }
+    cli::TempDir tmp;
+    e2e::Scenario s;
+    s.rate = 8000;
+    s.seconds = 6.0;  // longer than the 5 s below which no bar is drawn
+    const e2e::Signals sig = e2e::make_signals(s);
+    cli::write_wav(tmp.path("near.wav"), 8000, 1, sig.near);
+    cli::write_wav(tmp.path("far.wav"), 8000, 1, sig.far);
+    const std::string cmd = std::string(QENAEC_TOOL) + " process --near " + tmp.path("near.wav") +
+                            " --far " + tmp.path("far.wav") + " -o " + tmp.path("out.wav");
+    const std::string shell =
+        "script -qec '" + cmd + "' /dev/null </dev/null >" + tmp.path("tty.txt");
+    ASSERT_EQ(std::system(shell.c_str()), 0);
+    const std::string tty = cli::read_text(tmp.path("tty.txt"));
+    EXPECT_NE(tty.find("\r[........................................]   0%  0.0 / 6.0 s"),
+              std::string::npos)
+        << tty;
+    EXPECT_NE(tty.find("\r[########################################] 100%  6.0 / 6.0 s"),
+              std::string::npos)
+        << tty;
 }
 
 }  // namespace
