@@ -1,7 +1,7 @@
 # Entry points for users and CI. Each target installs what is missing first.
 JOBS ?= $(shell nproc)
 
-.PHONY: all setup build test test-release test-asan clean format
+.PHONY: all setup build test test-release test-asan clean format demo
 
 all: build
 
@@ -11,6 +11,12 @@ setup:
 build: setup
 	cmake --preset release
 	cmake --build --preset release -j $(JOBS)
+
+# The command-line tool on the bundled example recordings; writes demo-out.wav here.
+demo: setup
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS) --target qenaec_cli
+	build/release/tools/qenaec/qenaec demo
 
 test-release: setup
 	cmake --preset release

@@ -3,6 +3,7 @@
 set -euo pipefail
 
 packages=(
+    libsndfile1-dev libcli11-dev libsoxr-dev
     build-essential cmake pkg-config git
     libkissfft-dev libsimde-dev libcjson-dev
     libgtest-dev libgmock-dev

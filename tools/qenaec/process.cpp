@@ -1,0 +1,205 @@
+// The steps of `process`, in the order a user's mistakes are best caught: inputs that
+// would be overwritten, unreadable or mismatched inputs, an unwritable output, and only
+// then the work.
+#include "process.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+
+#include "errors.h"
+#include "library_output.h"
+#include "progress.h"
+#include "resample.h"
+
+namespace qtool {
+
+namespace {
+
+// Taps kept in front of the strongest path when aligning: the filter cannot model anything
+// that arrives before the far end it is given.
+constexpr long kAlignLeadSamples = 32;
+// Unaligned echo later than this (half the filter) is worth a hint.
+constexpr long kHintSamples = 512;
+
+std::string seconds_text(double s) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.2f s", s);
+    return buf;
+}
+
+void refuse_overwrite(const ProcessRequest &rq) {
+    for (const std::string *in : {&rq.near_path, &rq.far_path}) {
+        if (same_file(rq.out_path, *in)) {
+            throw failure("refusing to write the output over the input '" + *in + "'");
+        }
+    }
+}
+
+void check_inputs(const Audio &near, const Audio &far, const ProcessRequest &rq) {
+    if (near.rate != far.rate) {
+        throw failure("the near end is " + std::to_string(near.rate) + " Hz but the far end is " +
+                      std::to_string(far.rate) + " Hz: both must have the same rate");
+    }
+    const std::pair<const Audio *, const char *> ends[] = {{&near, "near"}, {&far, "far"}};
+    for (const auto &[audio, name] : ends) {
+        if (audio->channels < 1 || audio->channels > 2) {
+            throw failure(std::string("the ") + name + " end has " +
+                          std::to_string(audio->channels) + " channels; the library takes 1 or 2");
+        }
+    }
+    if (!is_supported_rate(near.rate) && !rq.resample) {
+        throw failure("the inputs are " + std::to_string(near.rate) + " Hz; the library takes " +
+                      supported_rates_text() + " (add --resample to convert to " +
+                      std::to_string(nearest_supported_rate(near.rate)) + " Hz and back)");
+    }
+}
+
+// Converts to the processing rate (when needed) and to 16 bits.
+Pcm16 prepare(const Audio &a, int rate) {
+    if (a.rate == rate) {
+        return to_pcm16(a.samples);
+    }
+    return to_pcm16(
+        resample(a.samples, a.channels, a.rate, rate, frames_at_rate(a.frames(), a.rate, rate)));
+}
+
+// Gives the far end the near end's length, padding with silence or cutting.
+double fit_far_length(std::vector<int16_t> &far, int far_ch, size_t frames, int rate, bool quiet) {
+    const size_t have = far.size() / far_ch;
+    const double diff_s = (static_cast<double>(have) - static_cast<double>(frames)) / rate;
+    if (have < frames) {
+        notice(quiet, "the far end is " + seconds_text(-diff_s) +
+                          " shorter than the near end: padded with silence");
+    } else if (have > frames) {
+        notice(quiet, "the far end is " + seconds_text(diff_s) +
+                          " longer than the near end: the rest is ignored");
+    }
+    far.resize(frames * far_ch, 0);
+    return have < frames ? -diff_s : 0.0;
+}
+
+// Far-end shift in samples from --far-delay or --align auto. The estimate is made in any
+// case: the ERLE frames follow it, and a delay beyond the filter's reach earns a hint.
+long far_shift(const ProcessRequest &rq, const std::vector<int16_t> &near,
+               const std::vector<int16_t> &far, ProcessReport &rep) {
+    const int rate = rep.processing_rate;
+    rep.estimated = estimate_echo_delay(near, rep.near_channels, far, rep.far_channels, rate);
+    const DelayEstimate &est = rep.estimated;
+    if (rq.far_delay_ms) {
+        return std::lround(*rq.far_delay_ms * rate / 1000.0);
+    }
+    if (!rq.align_auto) {
+        if (est.found && est.samples > kHintSamples) {
+            char ms[32];
+            std::snprintf(ms, sizeof ms, "%.1f ms", est.ms);
+            notice(rq.quiet, std::string("the echo seems to lag the far end by ") + ms +
+                                 ", much of the filter's 1024-sample reach: try --align auto");
+        }
+        return 0;
+    }
+    if (!est.found) {
+        notice(rq.quiet,
+               "--align auto found no clear echo delay in the first 10 s: the far "
+               "end is not shifted");
+        return 0;
+    }
+    return est.samples >= 0 ? std::max(0L, est.samples - kAlignLeadSamples)
+                            : est.samples - kAlignLeadSamples;
+}
+
+// The far end as the echo follows it, for choosing the frames ERLE is measured over.
+std::vector<int16_t> far_as_echo_follows(std::vector<int16_t> far, const ProcessReport &rep,
+                                         long applied) {
+    if (rep.estimated.found) {
+        shift_far_end(far, rep.far_channels, rep.estimated.samples - applied);
+    }
+    return far;
+}
+
+size_t pad_to_frames(std::vector<int16_t> &x, int channels) {
+    const size_t step = static_cast<size_t>(kFrame) * channels;
+    const size_t frames = (x.size() + step - 1) / step;
+    x.resize(frames * step, 0);
+    return frames;
+}
+
+// Runs the library over every frame and returns the output; fills frames and speed.
+std::vector<int16_t> run_library(const std::vector<int16_t> &near, std::vector<int16_t> &far,
+                                 const ProcessRequest &rq, ProcessReport &rep) {
+    std::vector<int16_t> out = near;
+    // Declared first so it is undone last: the bar is cleared before library lines appear.
+    const LibraryOutput quiet_stdout;
+    ProgressBar bar(!rq.quiet, rep.duration_s, rep.frames);
+    AecRunner runner({rep.processing_rate, rep.near_channels, rep.far_channels}, rq.tuning);
+    const auto start = std::chrono::steady_clock::now();
+    runner.process(out, far, rq.mode, [&bar](size_t done) { bar.update(done); });
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    const double audio_s = static_cast<double>(rep.frames) * kFrame / rep.processing_rate;
+    rep.speed_x = took.count() > 0.0 ? audio_s / took.count() : 0.0;
+    return out;
+}
+
+}  // namespace
+
+ProcessReport run_process(const ProcessRequest &rq) {
+    refuse_overwrite(rq);
+    const Audio near = read_audio(rq.near_path, rq.raw_near ? &*rq.raw_near : nullptr);
+    const Audio far = read_audio(rq.far_path, rq.raw_far ? &*rq.raw_far : nullptr);
+    check_inputs(near, far, rq);
+
+    ProcessReport rep;
+    rep.request = rq;
+    rep.input_rate = near.rate;
+    rep.processing_rate =
+        is_supported_rate(near.rate) ? near.rate : nearest_supported_rate(near.rate);
+    rep.near_channels = near.channels;
+    rep.far_channels = far.channels;
+    rep.duration_s = static_cast<double>(near.frames()) / near.rate;
+    const FileKind fallback = rq.raw_near ? FileKind::kRaw : FileKind::kWav;
+    AudioWriter writer(rq.out_path, kind_for_path(rq.out_path, fallback), near.rate, near.channels);
+    if (rep.processing_rate != near.rate) {
+        notice(rq.quiet, "processing at " + std::to_string(rep.processing_rate) +
+                             " Hz: resampled from " + std::to_string(near.rate) + " Hz and back");
+    }
+
+    Pcm16 n16 = prepare(near, rep.processing_rate);
+    Pcm16 f16 = prepare(far, rep.processing_rate);
+    rep.clipped_near = n16.clipped;
+    rep.clipped_far = f16.clipped;
+    const size_t samples_per_channel = n16.samples.size() / near.channels;
+    rep.far_padded_s = fit_far_length(f16.samples, far.channels, samples_per_channel,
+                                      rep.processing_rate, rq.quiet);
+    const long shift = far_shift(rq, n16.samples, f16.samples, rep);
+    shift_far_end(f16.samples, far.channels, shift);
+    rep.far_delay_applied_ms = 1000.0 * static_cast<double>(shift) / rep.processing_rate;
+
+    rep.frames = pad_to_frames(n16.samples, near.channels);
+    pad_to_frames(f16.samples, far.channels);
+    std::vector<int16_t> out = run_library(n16.samples, f16.samples, rq, rep);
+
+    rep.saturated_frames = saturated_frames(n16.samples, near.channels);
+    const std::vector<int16_t> far_measured = far_as_echo_follows(f16.samples, rep, shift);
+    const Signals16 sig = {.near_in = &n16.samples,
+                           .output = &out,
+                           .output_latency_frames = output_latency_frames(rq.mode),
+                           .far = &far_measured,
+                           .near_channels = near.channels,
+                           .far_channels = far.channels,
+                           .rate = rep.processing_rate};
+    rep.erle = echo_reduction(sig, rq.near_talk ? &*rq.near_talk : nullptr);
+
+    out.resize(samples_per_channel * near.channels);
+    if (rep.processing_rate != near.rate) {
+        Pcm16 back = to_pcm16(resample(from_pcm16(out), near.channels, rep.processing_rate,
+                                       near.rate, near.frames()));
+        rep.clipped_output = back.clipped;
+        out = std::move(back.samples);
+    }
+    writer.write(out);
+    writer.commit();
+    return rep;
+}
+
+}  // namespace qtool
