@@ -6,6 +6,7 @@ packages=(
     build-essential cmake pkg-config git
     libkissfft-dev libsimde-dev libcjson-dev
     libgtest-dev libgmock-dev
+    libbenchmark-dev
 )
 [ "$#" -gt 0 ] && packages+=("$@")
 
