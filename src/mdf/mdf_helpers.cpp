@@ -11,6 +11,7 @@ namespace {
 
 constexpr int kN = 256;
 constexpr int kSpectrum = 258;
+constexpr int kPropBatch = 8;  // partitions whose energies are summed side by side
 
 }  // namespace
 
@@ -30,12 +31,25 @@ void filter_dc_notch16(const mdf_word16_t *in, mdf_word16_t radius, mdf_word16_t
 void mdf_adjust_prop(const mdf_word32_t *W, int N, int M, mdf_word16_t *prop) {
     // Both sums start at 1, so the weights add up to a little less than 0.99.
     float max_sum = 1.0f;
-    for (int i = 0; i < M; ++i) {
-        float tmp = 1.0f;
-        for (int j = 0; j < N; ++j) {
-            tmp += W[i * N + j] * W[i * N + j];
+    for (int i0 = 0; i0 < M; i0 += kPropBatch) {
+        // Several partitions' energies advance side by side, each summed in its own order,
+        // so the additions do not wait on one another.
+        const int count = M - i0 < kPropBatch ? M - i0 : kPropBatch;
+        float tmp[kPropBatch];
+        for (int k = 0; k < count; ++k) {
+            tmp[k] = 1.0f;
         }
-        prop[i] = static_cast<float>(std::sqrt(static_cast<double>(tmp)));
+        for (int j = 0; j < N; ++j) {
+            for (int k = 0; k < count; ++k) {
+                const float w = W[(i0 + k) * N + j];
+                tmp[k] += w * w;
+            }
+        }
+        for (int k = 0; k < count; ++k) {
+            prop[i0 + k] = static_cast<float>(std::sqrt(static_cast<double>(tmp[k])));
+        }
+    }
+    for (int i = 0; i < M; ++i) {
         if (prop[i] > max_sum) {
             max_sum = prop[i];
         }
