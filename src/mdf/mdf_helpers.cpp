@@ -69,21 +69,23 @@ bool mdf_constrains_partition(unsigned cancel_count, int j) {
     return j == 0 || static_cast<int>(cancel_count % 7) == j - 1;
 }
 
+// The transform runs in place in the destination (258 floats), and the 1/256 is a scale by
+// 2^-8, which gives the same bits as the division.
 void fft_wrap(aec_workingbuf_t *buf, float *time_domain, float *frquency_domain) {
-    float *a = buf->fft_aec_buf;
+    float *a = frquency_domain;
     memcpy(a, time_domain, sizeof(float) * kN);
     VEL_rdft(&buf->FFT_workingBuff, kN, 1, a, buf->fft_aec_ip, buf->fft_aec_wfft);
     for (int i = 0; i < kSpectrum; ++i) {
-        a[i] /= 256.0f;
+        a[i] *= 1.0f / 256.0f;
     }
-    memcpy(frquency_domain, a, sizeof(float) * kSpectrum);
 }
 
+// The time block has no room for the two extra floats, so the scratch buffer stays; the
+// scaling is folded into the copy into it.
 void ifft_wrap(aec_workingbuf_t *buf, float *frquency_domain, float *time_domain) {
     float *a = buf->fft_aec_buf;
-    memcpy(a, frquency_domain, sizeof(float) * kSpectrum);
     for (int i = 0; i < kSpectrum; ++i) {
-        a[i] *= 256.0f;
+        a[i] = frquency_domain[i] * 256.0f;
     }
     VEL_rdft(&buf->FFT_workingBuff, kN, -1, a, buf->fft_aec_ip, buf->fft_aec_wfft);
     memcpy(time_domain, a, sizeof(float) * kN);
