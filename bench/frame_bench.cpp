@@ -8,9 +8,6 @@
 
 #include <kissfft/kiss_fftr.h>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -33,20 +30,6 @@ namespace {
 
 constexpr int kFrame = 128;
 
-// Set-up announces the message level even at the quietest level; keep it out of the table.
-template <typename Fn>
-void without_stdout(Fn fn) {
-    fflush(stdout);
-    const int saved = dup(STDOUT_FILENO);
-    const int null = open("/dev/null", O_WRONLY);
-    dup2(null, STDOUT_FILENO);
-    fn();
-    fflush(stdout);
-    dup2(saved, STDOUT_FILENO);
-    close(null);
-    close(saved);
-}
-
 // One instance in its own block, configured as the header's example does (comfort noise on
 // unless asked otherwise).
 class Instance {
@@ -59,7 +42,7 @@ public:
                               0,
                               {4, 6, 36, 49, 50, 51},
                               {5, 4, 4, 5, 10, 10, 10}};
-        without_stdout([&] {
+        bench::without_stdout([&] {
             handle_ = QenAec_Init(reinterpret_cast<char *>(block_.data()), &init);
             QenAec_Config(handle_, &cfg);
         });

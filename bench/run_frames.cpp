@@ -31,12 +31,15 @@ int main(int argc, char **argv) {
 
     std::vector<unsigned char> block(QenAec_GetBufferSize());
     AudioAecInit init = {128, 1, 1, QEN_AEC_SAMPLE_RATE_16000};
-    AEC_HANDLE h = QenAec_Init(reinterpret_cast<char *>(block.data()), &init);
+    AudioAecConfig cfg = {QEN_AEC_TRUE, 0, {4, 6, 36, 49, 50, 51}, {5, 4, 4, 5, 10, 10, 10}};
+    AEC_HANDLE h = nullptr;
+    bench::without_stdout([&] {
+        h = QenAec_Init(reinterpret_cast<char *>(block.data()), &init);
+        QenAec_Config(h, &cfg);
+    });
     if (h == nullptr) {
         return 1;
     }
-    AudioAecConfig cfg = {QEN_AEC_TRUE, 0, {4, 6, 36, 49, 50, 51}, {5, 4, 4, 5, 10, 10, 10}};
-    QenAec_Config(h, &cfg);
     run_frames(h, &sig.near, &sig.far, frames, sig.frames);
     QenAec_Free(h);
     printf("ran %zu frames\n", frames);

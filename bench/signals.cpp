@@ -4,6 +4,9 @@
 // adaptive filter's convergence and the suppressor's decisions are exercised as with talk.
 #include "signals.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -197,6 +200,22 @@ void quiet_library_messages() {
         fclose(f);
         setenv("DML_PATH", path, 1);
     }
+}
+
+}  // namespace bench
+
+namespace bench {
+
+void without_stdout(const std::function<void()> &fn) {
+    fflush(stdout);
+    const int saved = dup(STDOUT_FILENO);
+    const int null = open("/dev/null", O_WRONLY);
+    dup2(null, STDOUT_FILENO);
+    fn();
+    fflush(stdout);
+    dup2(saved, STDOUT_FILENO);
+    close(null);
+    close(saved);
 }
 
 }  // namespace bench

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 namespace bench {
@@ -50,5 +51,9 @@ namespace bench {
 // Points the library's message-level file at errors only, unless the caller chose a file,
 // so that instance set-up does not print its banner into the figures.
 void quiet_library_messages();
+
+// Runs fn with standard output discarded: instance set-up announces the message level even
+// at the quietest level, which would interleave with the figures.
+void without_stdout(const std::function<void()> &fn);
 
 }  // namespace bench
