@@ -56,15 +56,12 @@ private:
     AEC_HANDLE handle_;
 };
 
-const bench::EchoSignals &scene(int rate, int near_ch, int far_ch) {
-    static std::map<std::tuple<int, int, int>, bench::EchoSignals> cache;
+const e2e::Signals &scene(int rate, int near_ch, int far_ch) {
+    static std::map<std::tuple<int, int, int>, e2e::Signals> cache;
     const auto key = std::make_tuple(rate, near_ch, far_ch);
     auto it = cache.find(key);
     if (it == cache.end()) {
-        bench::EchoScene s;
-        s.rate = rate;
-        s.near_channels = near_ch;
-        s.far_channels = far_ch;
+        e2e::Scenario s = bench::speech_scene(rate, near_ch, far_ch);
         s.seconds = 3.0;
         s.path_ms = 20.0;
         it = cache.emplace(key, bench::make_echo_scene(s)).first;
@@ -76,7 +73,7 @@ const bench::EchoSignals &scene(int rate, int near_ch, int far_ch) {
 // functions write their output over it.
 class FrameFeed {
 public:
-    FrameFeed(const bench::EchoSignals &sig, int near_ch, int far_ch)
+    FrameFeed(const e2e::Signals &sig, int near_ch, int far_ch)
         : sig_(sig), nc_(near_ch), fc_(far_ch), near_(kFrame * near_ch) {}
     short *near() { return near_.data(); }
     short *far() { return const_cast<short *>(sig_.far.data()) + frame_ * kFrame * fc_; }
@@ -87,7 +84,7 @@ public:
     }
 
 private:
-    const bench::EchoSignals &sig_;
+    const e2e::Signals &sig_;
     int nc_, fc_;
     size_t frame_ = 0;
     std::vector<short> near_;
@@ -136,9 +133,9 @@ void bm_run(benchmark::State &state, RunFn fn, int rate, int nc, int fc) {
 void bm_silence(benchmark::State &state, bool silence) {
     const int rate = 16000;
     Instance inst(rate, 1, 1);
-    bench::EchoScene s;
+    e2e::Scenario s = bench::speech_scene();
     s.seconds = 4.0;
-    bench::EchoSignals sig = bench::make_echo_scene(s);
+    e2e::Signals sig = bench::make_echo_scene(s);
     FrameFeed speech(sig, 1, 1);
     warm_up(inst, &speech, static_cast<int>(sig.frames));
     std::vector<short> zeros(kFrame, 0), near(kFrame, 0);
@@ -339,7 +336,7 @@ void register_engine() {
 }
 
 void bm_nlms(benchmark::State &state, bench::NlmsCanceller::Sum sum) {
-    const bench::EchoSignals &sig = scene(16000, 1, 1);
+    const e2e::Signals &sig = scene(16000, 1, 1);
     bench::NlmsCanceller nlms(sum);
     std::vector<int16_t> out(kFrame);
     size_t frame = 0;
@@ -383,7 +380,7 @@ struct Erle {
     double run_db, run_cn_db, nlms_db;
 };
 
-std::vector<int16_t> run_scene(const bench::EchoScene &s, const bench::EchoSignals &sig,
+std::vector<int16_t> run_scene(const e2e::Scenario &s, const e2e::Signals &sig,
                                bool comfort_noise) {
     Instance inst(s.rate, 1, 1, comfort_noise);
     std::vector<int16_t> out = sig.near;
@@ -398,18 +395,18 @@ std::vector<int16_t> run_scene(const bench::EchoScene &s, const bench::EchoSigna
 // removal is compared with comfort noise off: with it on, the noise the library adds on
 // purpose counts as residual, which is also printed.
 Erle measure_erle() {
-    bench::EchoScene s;
+    e2e::Scenario s = bench::speech_scene();
     s.seconds = 20.0;
-    const bench::EchoSignals sig = bench::make_echo_scene(s);
+    const e2e::Signals sig = bench::make_echo_scene(s);
     std::vector<int16_t> theirs(sig.near.size());
     bench::NlmsCanceller nlms;
     for (size_t f = 0; f < sig.frames; ++f) {
         nlms.process(sig.near.data() + f * kFrame, sig.far.data() + f * kFrame,
                      theirs.data() + f * kFrame, kFrame);
     }
-    return {bench::erle_db(s, sig.near, run_scene(s, sig, false), 10.0),
-            bench::erle_db(s, sig.near, run_scene(s, sig, true), 10.0),
-            bench::erle_db(s, sig.near, theirs, 10.0)};
+    return {e2e::erle_db(s, sig.near, run_scene(s, sig, false), 10.0),
+            e2e::erle_db(s, sig.near, run_scene(s, sig, true), 10.0),
+            e2e::erle_db(s, sig.near, theirs, 10.0)};
 }
 
 void print_summary(const Collector &c, const Erle &erle) {

@@ -85,9 +85,9 @@ std::vector<Case> run_cases() {
             }
         }
     }
-    bench::EchoScene scene;
+    e2e::Scenario scene = bench::speech_scene();
     scene.seconds = 12.0;
-    bench::EchoSignals sig = bench::make_echo_scene(scene);
+    e2e::Signals sig = bench::make_echo_scene(scene);
     bench::fade_to_silence(&sig, scene, sig.frames / 3, 1.0);
     add_modes(&cases, "speech into silence 16000 (1,1)", scene.rate, 1, 1, sig.near, sig.far,
               sig.frames);

@@ -25,9 +25,9 @@ __attribute__((noinline)) void run_frames(AEC_HANDLE h, std::vector<int16_t> *ne
 int main(int argc, char **argv) {
     bench::quiet_library_messages();
     const size_t frames = argc > 1 ? strtoul(argv[1], nullptr, 10) : 1000;
-    bench::EchoScene scene;
+    e2e::Scenario scene = bench::speech_scene();
     scene.seconds = 4.0;
-    bench::EchoSignals sig = bench::make_echo_scene(scene);
+    e2e::Signals sig = bench::make_echo_scene(scene);
 
     std::vector<unsigned char> block(QenAec_GetBufferSize());
     AudioAecInit init = {128, 1, 1, QEN_AEC_SAMPLE_RATE_16000};

@@ -40,11 +40,6 @@ struct Resonator {
     }
 };
 
-int16_t to_pcm(double v) {
-    v = std::round(v);
-    return static_cast<int16_t>(std::clamp(v, -32768.0, 32767.0));
-}
-
 // Raised-cosine syllable envelope over n samples.
 double envelope(size_t i, size_t n) {
     const double edge = 0.25 * static_cast<double>(n);
@@ -117,13 +112,27 @@ std::vector<double> speech_like(int rate, size_t samples, double dbfs, unsigned 
     return out;
 }
 
-EchoSignals make_echo_scene(const EchoScene &s) {
-    EchoSignals out;
+e2e::Scenario speech_scene(int rate, int near_channels, int far_channels) {
+    e2e::Scenario s;
+    s.rate = rate;
+    s.near_channels = near_channels;
+    s.far_channels = far_channels;
+    s.seconds = 10.0;
+    s.far_dbfs = -24.0;
+    s.echo_below_far_db = 6.0;
+    s.noise_dbfs = -66.0;
+    s.path_ms = 30.0;
+    s.seed = 7;
+    return s;
+}
+
+e2e::Signals make_echo_scene(const e2e::Scenario &s) {
+    e2e::Signals out;
     out.frames = static_cast<size_t>(s.seconds * s.rate / 128);
     const size_t n = out.frames * 128;
     std::vector<double> far = speech_like(s.rate, n, s.far_dbfs, s.seed);
     for (double &v : far) {
-        v = to_pcm(v);
+        v = e2e::to_pcm(v);
     }
     out.far.resize(n * s.far_channels);
     for (size_t t = 0; t < n; ++t) {
@@ -151,13 +160,14 @@ EchoSignals make_echo_scene(const EchoScene &s) {
             for (size_t k = 0; k < kmax; ++k) {
                 echo += h[k] * far[t - k];
             }
-            out.near[t * s.near_channels + ch] = to_pcm(gain * echo + noise_rms * gauss(rng));
+            out.near[t * s.near_channels + ch] = e2e::to_pcm(gain * echo + noise_rms * gauss(rng));
         }
     }
     return out;
 }
 
-void fade_to_silence(EchoSignals *sig, const EchoScene &s, size_t from_frame, double fade_seconds) {
+void fade_to_silence(e2e::Signals *sig, const e2e::Scenario &s, size_t from_frame,
+                     double fade_seconds) {
     const size_t start = from_frame * 128;
     const double fade = fade_seconds * s.rate;
     auto apply = [&](std::vector<int16_t> &v, int channels) {
@@ -166,24 +176,12 @@ void fade_to_silence(EchoSignals *sig, const EchoScene &s, size_t from_frame, do
             const double g = std::max(0.0, 1.0 - static_cast<double>(t - start) / fade);
             for (int ch = 0; ch < channels; ++ch) {
                 int16_t &x = v[t * channels + ch];
-                x = to_pcm(x * g * g);
+                x = e2e::to_pcm(x * g * g);
             }
         }
     };
     apply(sig->far, s.far_channels);
     apply(sig->near, s.near_channels);
-}
-
-double erle_db(const EchoScene &s, const std::vector<int16_t> &near,
-               const std::vector<int16_t> &out, double seconds) {
-    const size_t count = static_cast<size_t>(seconds * s.rate) * s.near_channels;
-    const size_t start = near.size() - std::min(count, near.size());
-    double en = 0, eo = 0;
-    for (size_t i = start; i < near.size(); ++i) {
-        en += double(near[i]) * near[i];
-        eo += double(out[i]) * out[i];
-    }
-    return 10.0 * std::log10(en / (eo > 0 ? eo : 1e-9));
 }
 
 }  // namespace bench
