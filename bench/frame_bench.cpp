@@ -323,13 +323,13 @@ void register_engine() {
     benchmark::RegisterBenchmark("fft/engine inverse", [](benchmark::State &state) {
         Engine engine;
         float in[256], out[256];
-        kiss_fft_cpx spec[129];
+        kiss_fft_cpx spectrum[129];
         for (int t = 0; t < 256; ++t) {
             in[t] = static_cast<float>(std::sin(0.1 * t) * 1000);
         }
-        kiss_fftr(engine.forward, in, spec);
+        kiss_fftr(engine.forward, in, spectrum);
         for (auto _ : state) {
-            kiss_fftri(engine.inverse, spec, out);
+            kiss_fftri(engine.inverse, spectrum, out);
             benchmark::DoNotOptimize(out);
         }
     });
