@@ -420,6 +420,8 @@ void print_summary(const Collector &c, const Erle &erle) {
     printf("\nSummary, 16 kHz mono, speech-like input            figure      target\n");
     printf("  Run per frame (ns)                      %12.0f\n", run * 1e9);
     printf("  Run, multiple of real time              %12.0f      >= 1000\n", frame_seconds / run);
+    printf("  nonlinear stage, Run - ADF_Run (ns)     %12.0f\n",
+           (run - c.time("ADF_Run/16000/1,1")) * 1e9);
     printf("  floor per frame (ns)                    %12.0f\n", floor * 1e9);
     printf("  Run / floor                             %12.2f      <= 1.5\n", run / floor);
     printf("  NLMS textbook per frame (ns)            %12.0f\n", nlms * 1e9);
