@@ -84,3 +84,30 @@ fuzz-smoke: fuzz-build
 	ctest --preset fuzz
 
 test: test-tsan fuzz-smoke
+
+# Quality evaluation: speech scenarios through the built library and an NLMS baseline;
+# writes eval/out/report.html and eval/out/results.json.
+.PHONY: eval
+eval:
+	@scripts/setup.sh python3-matplotlib
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS) --target qenaec
+	QENAEC_LIBRARY=$(CURDIR)/build/release/src/libqenaec.so /usr/bin/python3 eval/run.py
+
+# Benchmarks (release build): timings, then the deterministic instruction count per frame.
+.PHONY: bench bench-instructions bench-outputs
+bench: setup
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS) --target qenaec_bench
+	build/release/bench/qenaec_bench $(BENCH_ARGS)
+
+bench-instructions: setup
+	@scripts/setup.sh valgrind
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS) --target qenaec_run_frames
+	@bench/instructions.sh
+
+# Outputs against another commit (BASE, default main): ADF_Run bit-exact, Run within an SNR.
+bench-outputs: setup
+	cmake --preset release
+	@bench/compare_outputs.sh $(or $(BASE),main)

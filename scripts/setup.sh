@@ -3,11 +3,13 @@
 set -euo pipefail
 
 packages=(
+    libsndfile1-dev libcli11-dev libsoxr-dev
     build-essential cmake pkg-config git
     libkissfft-dev libsimde-dev libcjson-dev
     libgtest-dev libgmock-dev
     clang libclang-rt-14-dev
-    libsndfile1-dev libcli11-dev libsoxr-dev
+    libbenchmark-dev
+    python3-numpy python3-scipy python3-soundfile espeak-ng
 )
 [ "$#" -gt 0 ] && packages+=("$@")
 

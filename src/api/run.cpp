@@ -6,6 +6,7 @@
 #include "core/nlp.h"
 #include "diag/dump.h"
 #include "diag/log.h"
+#include "dsp/fp_mode.h"
 #include "dsp/stream.h"
 #include "instance.h"
 
@@ -106,6 +107,7 @@ ALGO_AEC_RET _QenAec_Run(AEC_HANDLE handle, short *pssAduioNearEndIn, short *pss
         return static_cast<ALGO_AEC_RET>(-1);
     }
     auto *buf = static_cast<aec_workingbuf_t *>(handle);
+    const fp_frame_mode_t fp_mode;
     const ALGO_AEC_RET front = run_front(buf, pssAduioNearEndIn, pssAduioFarEndIn, Mode::kFull);
     if (front != ALGO_AEC_RET_SUCCESS) {
         return front;
@@ -123,6 +125,7 @@ ALGO_AEC_RET _QenAec_ADF_Run(AEC_HANDLE handle, short *pssAduioNearEndIn,
         return static_cast<ALGO_AEC_RET>(-1);
     }
     auto *buf = static_cast<aec_workingbuf_t *>(handle);
+    const fp_frame_mode_t fp_mode;
     const ALGO_AEC_RET front =
         run_front(buf, pssAduioNearEndIn, pssAduioFarEndIn, Mode::kLinearOnly);
     if (front != ALGO_AEC_RET_SUCCESS) {
@@ -142,6 +145,7 @@ ALGO_AEC_RET _QenAec_NLP_Run(AEC_HANDLE handle, short *pssAduioNearEndIn) {
         return static_cast<ALGO_AEC_RET>(-1);
     }
     auto *buf = static_cast<aec_workingbuf_t *>(handle);
+    const fp_frame_mode_t fp_mode;
     Aec_NLP_process(buf, buf->AudioNearEnd[0], buf->AudioNearEnd[1]);
     write_output(buf, buf->AudioNearEnd[0], pssAduioNearEndIn);
     return ALGO_AEC_RET_SUCCESS;

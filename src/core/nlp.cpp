@@ -11,6 +11,8 @@
 #include "dsp/comfort_noise.h"
 #include "dsp/vector_math.h"
 #include "instance.h"
+#include "kernels/neon_approx.h"
+#include "kernels/simd.h"
 #include "kernels/suppress.h"
 
 namespace {
@@ -18,6 +20,7 @@ namespace {
 constexpr int kPrefBandMax = 48;           // the sort serves at most 48 values
 constexpr int kPrefBandQuantX128 = 96;     // 0.75 in units of 1/128
 constexpr int kPrefBandQuantLowX128 = 64;  // 0.5 in units of 1/128
+constexpr int kGroupedBins = 128;          // bins 0..127 go 4 at a time, bin 128 alone
 
 }  // namespace
 
@@ -84,24 +87,44 @@ void nlp_update_divergence(aec_workingbuf_t *buf) {
     }
 }
 
+namespace {
+
+// Coherence |cross|^2 / (pa * pb + 1e-10) of one bin; zero where the near-end power is 0.
+inline float coherence1(const float *cross, float pa, float pb) {
+    return (cross[0] * cross[0] + cross[1] * cross[1]) / (pa * pb + 1e-10f);
+}
+
+// The same for 4 bins, dividing through the kernels' approximate vector division (ARMv7 has
+// no exact one); bin 128 keeps the exact scalar division, as in the spectral kernels.
+inline float32x4_t coherence4(const float (*cross)[2], float32x4_t pa, float32x4_t pb,
+                              uint32x4_t no_power) {
+    const float32x4x2_t c = vld2q_f32(&cross[0][0]);
+    const float32x4_t num = vaddq_f32(vmulq_f32(c.val[0], c.val[0]), vmulq_f32(c.val[1], c.val[1]));
+    const float32x4_t q = vdivq_f32(num, vaddq_f32(vmulq_f32(pa, pb), vdupq_n_f32(1e-10f)));
+    return vbslq_f32(no_power, vdupq_n_f32(0.0f), q);
+}
+
+}  // namespace
+
+// A coherence is at most 1, but rounding in the smoothed spectra (and the approximate division)
+// can put cohyd an ulp above. 1 - cohyd must not go negative: a negative gain becomes the
+// tracked minimum, whose logarithm is NaN, and the NaN overdrive never leaves the instance.
 void nlp_coherence(aec_workingbuf_t *buf, float *cohde, float *cohyd) {
     const aec_t *aec = &buf->aec_inst;
-    for (int i = 0; i < kAecBins; ++i) {
-        if (aec->sd[i] == 0.0f) {
-            cohde[i] = 0.0f;
-            cohyd[i] = 0.0f;
-            continue;
-        }
-        cohde[i] = (aec->sde[i][0] * aec->sde[i][0] + aec->sde[i][1] * aec->sde[i][1]) /
-                   (aec->sd[i] * aec->se[i] + 1e-10f);
-        cohyd[i] = (aec->syd[i][0] * aec->syd[i][0] + aec->syd[i][1] * aec->syd[i][1]) /
-                   (aec->sy[i] * aec->sd[i] + 1e-10f);
-        // A coherence is at most 1, but rounding in the smoothed spectra can put it an ulp
-        // above. 1 - cohyd must not go negative: a negative gain becomes the tracked minimum,
-        // whose logarithm is NaN, and the NaN overdrive never leaves the instance again.
-        if (cohyd[i] > 1.0f) {
-            cohyd[i] = 1.0f;
-        }
+    const float32x4_t one = vdupq_n_f32(1.0f);
+    for (int i = 0; i < kGroupedBins; i += 4) {
+        const float32x4_t sd = vld1q_f32(&aec->sd[i]);
+        const uint32x4_t no_power = vceqq_f32(sd, vdupq_n_f32(0.0f));
+        vst1q_f32(&cohde[i], coherence4(&aec->sde[i], sd, vld1q_f32(&aec->se[i]), no_power));
+        vst1q_f32(&cohyd[i],
+                  vminq_f32(coherence4(&aec->syd[i], vld1q_f32(&aec->sy[i]), sd, no_power), one));
+    }
+    const int i = kGroupedBins;
+    const bool no_power = aec->sd[i] == 0.0f;
+    cohde[i] = no_power ? 0.0f : coherence1(aec->sde[i], aec->sd[i], aec->se[i]);
+    cohyd[i] = no_power ? 0.0f : coherence1(aec->syd[i], aec->sy[i], aec->sd[i]);
+    if (cohyd[i] > 1.0f) {
+        cohyd[i] = 1.0f;
     }
 }
 
@@ -111,9 +134,13 @@ namespace {
 nlp_gain_t echo_gains(aec_workingbuf_t *buf, nlp_pref_band_t band, const float *cohde,
                       const float *cohyd) {
     float *hNl = buf->hNl;
-    for (int i = 0; i < kAecBins; ++i) {
-        hNl[i] = cohde[i] < 1.0f - cohyd[i] ? cohde[i] : 1.0f - cohyd[i];
+    for (int i = 0; i < kGroupedBins; i += 4) {
+        const float32x4_t de = vld1q_f32(&cohde[i]);
+        const float32x4_t xd = vsubq_f32(vdupq_n_f32(1.0f), vld1q_f32(&cohyd[i]));
+        vst1q_f32(&hNl[i], vbslq_f32(vcltq_f32(de, xd), de, xd));
     }
+    const int i = kGroupedBins;
+    hNl[i] = cohde[i] < 1.0f - cohyd[i] ? cohde[i] : 1.0f - cohyd[i];
     // Zero-initialised in full: the sort's upward scan may read up to index 47.
     float hNlPref[kPrefBandMax] = {};
     for (int n = 0; n < band.size; ++n) {
@@ -154,9 +181,10 @@ nlp_gain_t nlp_gains(aec_workingbuf_t *buf, const float *cohde, const float *coh
             memcpy_fast(buf->hNl, cohde, kAecBins * sizeof(float));
             return {hNlDeAvg, hNlDeAvg};
         }
-        for (int i = 0; i < kAecBins; ++i) {
-            buf->hNl[i] = 1.0f - cohyd[i];
+        for (int i = 0; i < kGroupedBins; i += 4) {
+            vst1q_f32(&buf->hNl[i], vsubq_f32(vdupq_n_f32(1.0f), vld1q_f32(&cohyd[i])));
         }
+        buf->hNl[kGroupedBins] = 1.0f - cohyd[kGroupedBins];
         return {hNlXdAvg, hNlXdAvg};
     }
     if (stNearState) {

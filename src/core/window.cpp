@@ -14,20 +14,20 @@ void aec_window_pair(const float *pair, float *out) {
 
 namespace {
 
-void forward_to(aec_workingbuf_t *buf, float *spectrum) {
-    VEL_rdft(&buf->FFT_workingBuff, kAecFft, 1, buf->fft_aec_buf, buf->fft_aec_ip,
-             buf->fft_aec_wfft);
-    memcpy_fast(spectrum, buf->fft_aec_buf, kAecSpectrum * sizeof(float));
+// Transforms the 256 samples already in `spectrum` in place: the packed result needs only
+// the two floats beyond them, so no scratch copy is made.
+void forward_in_place(aec_workingbuf_t *buf, float *spectrum) {
+    VEL_rdft(&buf->FFT_workingBuff, kAecFft, 1, spectrum, buf->fft_aec_ip, buf->fft_aec_wfft);
 }
 
 }  // namespace
 
 void aec_pair_spectrum(aec_workingbuf_t *buf, const float *pair, float *spectrum) {
-    memcpy_fast(buf->fft_aec_buf, pair, kAecFft * sizeof(float));
-    forward_to(buf, spectrum);
+    memcpy_fast(spectrum, pair, kAecFft * sizeof(float));
+    forward_in_place(buf, spectrum);
 }
 
 void aec_windowed_pair_spectrum(aec_workingbuf_t *buf, const float *pair, float *spectrum) {
-    aec_window_pair(pair, buf->fft_aec_buf);
-    forward_to(buf, spectrum);
+    aec_window_pair(pair, spectrum);
+    forward_in_place(buf, spectrum);
 }

@@ -9,8 +9,8 @@ struct aec_workingbuf_t;
 // i = 0..127. `out` may be `pair` (in place).
 void aec_window_pair(const float *pair, float *out);
 
-// Forward transform of a pair (unwindowed, or windowed first) through the instance's scratch
-// `fft_aec_buf`; the 258-float packed spectrum is copied to `spectrum`.
+// Forward transform of a pair (unwindowed, or windowed first) into the 258-float packed
+// `spectrum`, which must not overlap `pair`.
 void aec_pair_spectrum(aec_workingbuf_t *aec_internal_buf_in, const float *pair, float *spectrum);
 void aec_windowed_pair_spectrum(aec_workingbuf_t *aec_internal_buf_in, const float *pair,
                                 float *spectrum);

@@ -12,6 +12,7 @@
 namespace {
 
 constexpr int kTableSize = 1024;
+constexpr int kMaxBins = 129;  // length 256: bins 0..128
 
 std::atomic<int> comfort_noise_ind{0};         // next table entry
 std::atomic<int> comfort_noise_ind_offset{0};  // entry whose low byte restarts the read position
@@ -23,9 +24,10 @@ float bin_magnitude(const float *bin) {
     return (float)sqrt(re * re + im * im);
 }
 
-// v * 2^shift: a multiplication for shift >= 0, a division by 2^-shift below.
+// v * 2^shift: a multiplication for shift >= 0, a division by 2^-shift below, done as the
+// multiplication by the exact reciprocal (a power of two), which rounds identically.
 float apply_shift(float v, int shift) {
-    return shift >= 0 ? v * (float)(1 << shift) : v / (float)(1 << -shift);
+    return shift >= 0 ? v * (float)(1 << shift) : v * (1.0f / (float)(1 << -shift));
 }
 
 int load(const std::atomic<int> &v) {
@@ -53,10 +55,17 @@ void advance(int ind) {
 void ComfortNoise_Process(float *input, float *noisePow, float *lambda, int length,
                           float NOISE_MIN_PWR, int NOISE_MUL_LEFT_SHIFT) {
     (void)lambda;
+    // Each bin's magnitude is needed twice (range, then weight); the transform size's bins
+    // are computed once and kept (a longer spectrum computes the rest again).
+    float magnitude[kMaxBins];
     float max = bin_magnitude(&input[0]);
     float min = max;
+    magnitude[0] = max;
     for (int i = 2; i <= length; i += 2) {
         const float m = bin_magnitude(&input[i]);
+        if (i / 2 < kMaxBins) {
+            magnitude[i / 2] = m;
+        }
         if (m > max) {
             max = m;
         }
@@ -67,8 +76,8 @@ void ComfortNoise_Process(float *input, float *noisePow, float *lambda, int leng
 
     for (int i = 0; i <= length; i += 2) {
         const int j = i / 2;
-        const float a =
-            (float)(((double)bin_magnitude(&input[i]) - min) / (((double)max - min) + 1e-10));
+        const float m = j < kMaxBins ? magnitude[j] : bin_magnitude(&input[i]);
+        const float a = (float)(((double)m - min) / (((double)max - min) + 1e-10));
         // The loudest bin gets almost no noise, the weakest nearly the full floor.
         const float g = 0.9999 - a > 0 ? (float)(0.9999 - a) : 0.0f;
         const float p = NOISE_MIN_PWR < noisePow[j] ? noisePow[j] : NOISE_MIN_PWR;

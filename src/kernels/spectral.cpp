@@ -16,28 +16,47 @@ void PowerSpectrum_Neon(const float *X, float *ps, int length) {
     }
 }
 
+namespace {
+
+// acc += X * Y for one group of 4 bins (floats j..j+7) of one partition.
+inline float32x4x2_t mul_accum4(float32x4x2_t s, const float *x, const float *y) {
+    const float32x4x2_t a = vld2q_f32(x);
+    const float32x4x2_t b = vld2q_f32(y);
+    s.val[0] = vmlsq_f32(vmlaq_f32(s.val[0], a.val[0], b.val[0]), a.val[1], b.val[1]);
+    s.val[1] = vmlaq_f32(vmlaq_f32(s.val[1], a.val[0], b.val[1]), a.val[1], b.val[0]);
+    return s;
+}
+
+}  // namespace
+
 void SpectralMulAccum_Neon(const float *X, const float *Y, float *acc, int N, int M) {
     for (int j = 0; j < N; ++j) {
         acc[j] = 0.0f;
     }
+    const int groups_end = N >= 8 ? N / 8 * 8 : 0;
+    // The tail's imaginary terms land on floats 1..M. The groups holding those floats, and the
+    // tail itself, go partition by partition so that every float sees its additions in the
+    // same order as ever; the other groups keep their sums in registers across partitions.
+    const int ordered_end = groups_end < (M / 8 + 1) * 8 ? groups_end : (M / 8 + 1) * 8;
     for (int i = 0; i < M; ++i) {
         const float *x = X + i * N;
         const float *y = Y + i * N;
-        int j = 0;
-        for (; j + 7 < N; j += 8) {
-            const float32x4x2_t a = vld2q_f32(x + j);
-            const float32x4x2_t b = vld2q_f32(y + j);
-            float32x4x2_t s = vld2q_f32(acc + j);
-            s.val[0] = vmlsq_f32(vmlaq_f32(s.val[0], a.val[0], b.val[0]), a.val[1], b.val[1]);
-            s.val[1] = vmlaq_f32(vmlaq_f32(s.val[1], a.val[0], b.val[1]), a.val[1], b.val[0]);
-            vst2q_f32(acc + j, s);
+        for (int j = 0; j < ordered_end; j += 8) {
+            vst2q_f32(acc + j, mul_accum4(vld2q_f32(acc + j), x + j, y + j));
         }
-        for (; j < N; j += 2) {
+        for (int j = groups_end; j < N; j += 2) {
             acc[j] += x[j] * y[j] - x[j + 1] * y[j + 1];
             // The tail's imaginary term lands at index i + 1 (zero for real-signal spectra,
             // whose Nyquist bin has no imaginary part); kept as the filter has always done it.
             acc[i + 1] += x[j] * y[j + 1] + x[j + 1] * y[j];
         }
+    }
+    for (int j = ordered_end; j < groups_end; j += 8) {
+        float32x4x2_t s = {{vdupq_n_f32(0.0f), vdupq_n_f32(0.0f)}};
+        for (int i = 0; i < M; ++i) {
+            s = mul_accum4(s, X + i * N + j, Y + i * N + j);
+        }
+        vst2q_f32(acc + j, s);
     }
 }
 

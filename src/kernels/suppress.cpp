@@ -26,9 +26,15 @@ float smoothing_alpha(const aec_workingbuf_t *buf) {
     return (float)(((double)buf->Recursive_Ratio - 0.03) * 256.0);
 }
 
-// S <- S + alpha * (v - S) / 256, the division through the vector approximation.
-inline float32x4_t smooth4(float32x4_t s, float32x4_t v, float32x4_t alpha) {
-    const float32x4_t step = vdivq_f32(vmulq_f32(alpha, vsubq_f32(v, s)), vdupq_n_f32(256.0f));
+// S <- S + alpha * (v - S) / 256, the division through the vector approximation. Its
+// refined reciprocal of 256 is the same for every bin, so it is formed once per call
+// (reciprocal_256) and each division is the multiplication the approximation ends in.
+inline float32x4_t reciprocal_256() {
+    return vdivq_f32(vdupq_n_f32(1.0f), vdupq_n_f32(256.0f));
+}
+
+inline float32x4_t smooth4(float32x4_t s, float32x4_t v, float32x4_t alpha, float32x4_t inv256) {
+    const float32x4_t step = vmulq_f32(vmulq_f32(alpha, vsubq_f32(v, s)), inv256);
     return vaddq_f32(s, step);
 }
 
@@ -44,14 +50,14 @@ inline float32x4x2_t cross4(float32x4x2_t a, float32x4x2_t b) {
     return c;
 }
 
-void smooth_cross4(float (*s)[2], float32x4x2_t v, float32x4_t alpha) {
+void smooth_cross4(float (*s)[2], float32x4x2_t v, float32x4_t alpha, float32x4_t inv256) {
     float32x4x2_t old = vld2q_f32(&s[0][0]);
-    old.val[0] = smooth4(old.val[0], v.val[0], alpha);
-    old.val[1] = smooth4(old.val[1], v.val[1], alpha);
+    old.val[0] = smooth4(old.val[0], v.val[0], alpha, inv256);
+    old.val[1] = smooth4(old.val[1], v.val[1], alpha, inv256);
     vst2q_f32(&s[0][0], old);
 }
 
-void smooth_group(aec_workingbuf_t *buf, int j, float32x4_t alpha) {
+void smooth_group(aec_workingbuf_t *buf, int j, float32x4_t alpha, float32x4_t inv256) {
     aec_t *aec = &buf->aec_inst;
     const int k = j / 2;
     const float32x4x2_t d = vld2q_f32(&buf->dfw[j]);
@@ -63,11 +69,11 @@ void smooth_group(aec_workingbuf_t *buf, int j, float32x4_t alpha) {
     float32x4_t yy = vmlaq_f32(vmulq_f32(y.val[0], y.val[0]), y.val[1], y.val[1]);
     yy = vmaxq_f32(yy, vdupq_n_f32(15.0f));  // the reference power never smooths below 15
 
-    vst1q_f32(&aec->sd[k], smooth4(vld1q_f32(&aec->sd[k]), dd, alpha));
-    vst1q_f32(&aec->se[k], smooth4(vld1q_f32(&aec->se[k]), ee, alpha));
-    vst1q_f32(&aec->sy[k], smooth4(vld1q_f32(&aec->sy[k]), yy, alpha));
-    smooth_cross4(&aec->sde[k], cross4(d, e), alpha);
-    smooth_cross4(&aec->syd[k], cross4(d, y), alpha);
+    vst1q_f32(&aec->sd[k], smooth4(vld1q_f32(&aec->sd[k]), dd, alpha, inv256));
+    vst1q_f32(&aec->se[k], smooth4(vld1q_f32(&aec->se[k]), ee, alpha, inv256));
+    vst1q_f32(&aec->sy[k], smooth4(vld1q_f32(&aec->sy[k]), yy, alpha, inv256));
+    smooth_cross4(&aec->sde[k], cross4(d, e), alpha, inv256);
+    smooth_cross4(&aec->syd[k], cross4(d, y), alpha, inv256);
 }
 
 // a_r*b_r + a_i*b_i and a_r*b_i - a_i*b_r, accumulated product by product.
@@ -126,8 +132,9 @@ void SmoothPSD_Neon(aec_workingbuf_t *aec_internal_buf_in, unsigned short channe
     (void)channel;
     const float alpha = smoothing_alpha(aec_internal_buf_in);
     const float32x4_t alpha4 = vdupq_n_f32(alpha);
+    const float32x4_t inv256 = reciprocal_256();
     for (int j = 0; j < kGroupedEnd; j += 8) {
-        smooth_group(aec_internal_buf_in, j, alpha4);
+        smooth_group(aec_internal_buf_in, j, alpha4, inv256);
     }
     smooth_last_bin(aec_internal_buf_in, alpha);
 }

@@ -11,6 +11,7 @@ namespace {
 
 constexpr int kN = 256;
 constexpr int kSpectrum = 258;
+constexpr int kPropBatch = 8;  // partitions whose energies are summed side by side
 
 }  // namespace
 
@@ -30,12 +31,25 @@ void filter_dc_notch16(const mdf_word16_t *in, mdf_word16_t radius, mdf_word16_t
 void mdf_adjust_prop(const mdf_word32_t *W, int N, int M, mdf_word16_t *prop) {
     // Both sums start at 1, so the weights add up to a little less than 0.99.
     float max_sum = 1.0f;
-    for (int i = 0; i < M; ++i) {
-        float tmp = 1.0f;
-        for (int j = 0; j < N; ++j) {
-            tmp += W[i * N + j] * W[i * N + j];
+    for (int i0 = 0; i0 < M; i0 += kPropBatch) {
+        // Several partitions' energies advance side by side, each summed in its own order,
+        // so the additions do not wait on one another.
+        const int count = M - i0 < kPropBatch ? M - i0 : kPropBatch;
+        float tmp[kPropBatch];
+        for (int k = 0; k < count; ++k) {
+            tmp[k] = 1.0f;
         }
-        prop[i] = static_cast<float>(std::sqrt(static_cast<double>(tmp)));
+        for (int j = 0; j < N; ++j) {
+            for (int k = 0; k < count; ++k) {
+                const float w = W[(i0 + k) * N + j];
+                tmp[k] += w * w;
+            }
+        }
+        for (int k = 0; k < count; ++k) {
+            prop[i0 + k] = static_cast<float>(std::sqrt(static_cast<double>(tmp[k])));
+        }
+    }
+    for (int i = 0; i < M; ++i) {
         if (prop[i] > max_sum) {
             max_sum = prop[i];
         }
@@ -55,21 +69,23 @@ bool mdf_constrains_partition(unsigned cancel_count, int j) {
     return j == 0 || static_cast<int>(cancel_count % 7) == j - 1;
 }
 
+// The transform runs in place in the destination (258 floats), and the 1/256 is a scale by
+// 2^-8, which gives the same bits as the division.
 void fft_wrap(aec_workingbuf_t *buf, float *time_domain, float *frquency_domain) {
-    float *a = buf->fft_aec_buf;
+    float *a = frquency_domain;
     memcpy(a, time_domain, sizeof(float) * kN);
     VEL_rdft(&buf->FFT_workingBuff, kN, 1, a, buf->fft_aec_ip, buf->fft_aec_wfft);
     for (int i = 0; i < kSpectrum; ++i) {
-        a[i] /= 256.0f;
+        a[i] *= 1.0f / 256.0f;
     }
-    memcpy(frquency_domain, a, sizeof(float) * kSpectrum);
 }
 
+// The time block has no room for the two extra floats, so the scratch buffer stays; the
+// scaling is folded into the copy into it.
 void ifft_wrap(aec_workingbuf_t *buf, float *frquency_domain, float *time_domain) {
     float *a = buf->fft_aec_buf;
-    memcpy(a, frquency_domain, sizeof(float) * kSpectrum);
     for (int i = 0; i < kSpectrum; ++i) {
-        a[i] *= 256.0f;
+        a[i] = frquency_domain[i] * 256.0f;
     }
     VEL_rdft(&buf->FFT_workingBuff, kN, -1, a, buf->fft_aec_ip, buf->fft_aec_wfft);
     memcpy(time_domain, a, sizeof(float) * kN);

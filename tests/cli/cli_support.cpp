@@ -30,8 +30,8 @@ std::string quote(const std::string &s) {
     return q;
 }
 
-void write_sndfile(const std::string &path, int rate, int channels, int format,
-                   const void *data, size_t samples, bool is_float) {
+void write_sndfile(const std::string &path, int rate, int channels, int format, const void *data,
+                   size_t samples, bool is_float) {
     SF_INFO info{};
     info.samplerate = rate;
     info.channels = channels;
@@ -77,19 +77,6 @@ Result run(const std::vector<std::string> &args, const Env &env) {
     std::filesystem::remove(base + ".out");
     std::filesystem::remove(base + ".err");
     return r;
-}
-
-TempDir::TempDir() {
-    std::string pattern = std::filesystem::temp_directory_path().string() + "/qenaec-cli-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("mkdtemp failed");
-    }
-    dir_ = pattern;
-}
-
-TempDir::~TempDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(dir_, ec);
 }
 
 void write_wav(const std::string &path, int rate, int channels,
@@ -157,6 +144,20 @@ double json_number(const std::string &json, const std::string &key) {
     const double v = item != nullptr && cJSON_IsNumber(item) ? item->valuedouble : NAN;
     cJSON_Delete(root);
     return v;
+}
+
+Result process_files(const TempDir &dir, int rate, int near_channels,
+                     const std::vector<int16_t> &near, int far_channels,
+                     const std::vector<int16_t> &far, const std::vector<std::string> &extra,
+                     const Env &env) {
+    write_wav(dir.path("near.wav"), rate, near_channels, near);
+    write_wav(dir.path("far.wav"), rate, far_channels, far);
+    std::vector<std::string> args = {
+        "process",           "--near", dir.path("near.wav"), "--far",
+        dir.path("far.wav"), "-o",     dir.path("out.wav"),  "--metrics-json",
+        dir.path("m.json")};
+    args.insert(args.end(), extra.begin(), extra.end());
+    return run(args, env);
 }
 
 int count_lines(const std::string &text) {

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "scratch.h"
+
 namespace cli {
 
 struct Result {
@@ -20,18 +22,11 @@ using Env = std::vector<std::pair<std::string, std::string>>;
 // Runs the tool with `args`; `env` entries are set for that run only.
 Result run(const std::vector<std::string> &args, const Env &env = {});
 
-// A fresh folder under the system's temporary directory, removed with its contents.
-class TempDir {
+// A fresh temporary folder (removed with its contents), naming files inside it.
+class TempDir : public qtest::TempDir {
 public:
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir &) = delete;
-    TempDir &operator=(const TempDir &) = delete;
-    std::string path(const std::string &name) const { return dir_ + "/" + name; }
-    const std::string &dir() const { return dir_; }
-
-private:
-    std::string dir_;
+    std::string path(const std::string &name) const { return dir() + "/" + name; }
+    const std::string &dir() const { return qtest::TempDir::path(); }
 };
 
 struct Wav {
@@ -56,6 +51,13 @@ std::string read_text(const std::string &path);
 // A number from a flat JSON object (one level of nesting with "outer.inner"); NaN when the
 // key is missing or null.
 double json_number(const std::string &json, const std::string &key);
+
+// Writes near.wav and far.wav into `dir` and runs `process` on them, writing out.wav and
+// m.json (the metrics) beside them; `extra` options follow.
+Result process_files(const TempDir &dir, int rate, int near_channels,
+                     const std::vector<int16_t> &near, int far_channels,
+                     const std::vector<int16_t> &far, const std::vector<std::string> &extra = {},
+                     const Env &env = {});
 
 // Newline-terminated lines in `text`.
 int count_lines(const std::string &text);

@@ -35,8 +35,8 @@ void inputs(const cli::TempDir &t, int near_rate = 16000, int far_rate = 16000, 
 }
 
 std::vector<std::string> process(const cli::TempDir &t, std::vector<std::string> extra = {}) {
-    std::vector<std::string> args = {"process", "--near", t.path("near.wav"), "--far",
-                                     t.path("far.wav"), "-o", t.path("out.wav")};
+    std::vector<std::string> args = {"process",         "--near", t.path("near.wav"), "--far",
+                                     t.path("far.wav"), "-o",     t.path("out.wav")};
     args.insert(args.end(), extra.begin(), extra.end());
     return args;
 }
@@ -47,43 +47,69 @@ const Case kCases[] = {
          cli::write_wav(t.path("far.wav"), 16000, 1, tone(4000));
          return process(t);
      },
-     1, {"qenaec: error: cannot read '", "near.wav'"}, true},
+     1,
+     {"qenaec: error: cannot read '", "near.wav'"},
+     true},
     {"InputNotAudio",
      [](const cli::TempDir &t) {
          inputs(t);
          cli::write_raw(t.path("far.wav"), {0x6568, 0x6c6c, 0x216f});
          return process(t);
      },
-     1, {"cannot read '", "far.wav'"}, true},
+     1,
+     {"cannot read '", "far.wav'"},
+     true},
     {"UnwritableOutput",
      [](const cli::TempDir &t) {
          inputs(t);
-         return std::vector<std::string>{"process", "--near", t.path("near.wav"), "--far",
-                                         t.path("far.wav"), "-o", t.path("no-such-dir/out.wav")};
+         return std::vector<std::string>{
+             "process",         "--near", t.path("near.wav"),           "--far",
+             t.path("far.wav"), "-o",     t.path("no-such-dir/out.wav")};
      },
-     1, {"qenaec: error: cannot write '", "no-such-dir/out.wav'"}, true},
+     1,
+     {"qenaec: error: cannot write '", "no-such-dir/out.wav'"},
+     true},
     {"OutputIsTheNearEnd",
      [](const cli::TempDir &t) {
          inputs(t);
-         return std::vector<std::string>{"process", "--near", t.path("near.wav"), "--far",
-                                         t.path("far.wav"), "-o", t.path("near.wav")};
+         return std::vector<std::string>{"process",         "--near", t.path("near.wav"), "--far",
+                                         t.path("far.wav"), "-o",     t.path("near.wav")};
      },
-     1, {"refusing to write the output over the input '"}, true},
+     1,
+     {"refusing to write the output over the input '"},
+     true},
     {"OutputIsTheFarEndSpeltAnotherWay",
      [](const cli::TempDir &t) {
          inputs(t);
-         return std::vector<std::string>{"process", "--near", t.path("near.wav"), "--far",
-                                         t.path("far.wav"), "-o", t.dir() + "/./far.wav"};
+         return std::vector<std::string>{
+             "process",         "--near", t.path("near.wav"),    "--far",
+             t.path("far.wav"), "-o",     t.dir() + "/./far.wav"};
      },
-     1, {"refusing to write the output over the input '"}, true},
-    {"RatesDiffer", [](const cli::TempDir &t) { inputs(t, 16000, 48000); return process(t); }, 1,
+     1,
+     {"refusing to write the output over the input '"},
+     true},
+    {"RatesDiffer",
+     [](const cli::TempDir &t) {
+         inputs(t, 16000, 48000);
+         return process(t);
+     },
+     1,
      {"the near end is 16000 Hz but the far end is 48000 Hz: both must have the same rate"}},
-    {"UnsupportedRate", [](const cli::TempDir &t) { inputs(t, 44100, 44100); return process(t); },
+    {"UnsupportedRate",
+     [](const cli::TempDir &t) {
+         inputs(t, 44100, 44100);
+         return process(t);
+     },
      1,
      {"the inputs are 44100 Hz; the library takes 8000, 16000, 32000 or 48000 Hz (add "
       "--resample to convert to 48000 Hz and back)"}},
-    {"ThreeChannels", [](const cli::TempDir &t) { inputs(t, 16000, 16000, 3); return process(t); },
-     1, {"the near end has 3 channels; the library takes 1 or 2"}},
+    {"ThreeChannels",
+     [](const cli::TempDir &t) {
+         inputs(t, 16000, 16000, 3);
+         return process(t);
+     },
+     1,
+     {"the near end has 3 channels; the library takes 1 or 2"}},
     {"IntensityAbove25",
      [](const cli::TempDir &t) {
          inputs(t);
@@ -106,7 +132,8 @@ const Case kCases[] = {
          inputs(t);
          return process(t, {"--edges", "0,6,36,49,50,51"});
      },
-     1, {"ALGO_AEC_RET_INVALID_SUP_BAND (0x10000407)"}},
+     1,
+     {"ALGO_AEC_RET_INVALID_SUP_BAND (0x10000407)"}},
     {"RatioAbove10",
      [](const cli::TempDir &t) {
          inputs(t);
@@ -120,7 +147,8 @@ const Case kCases[] = {
          inputs(t);
          return process(t, {"--ratio", "0"});
      },
-     1, {"ALGO_AEC_RET_INVALID_RECURSIVE_RATIO (0x10000411)"}},
+     1,
+     {"ALGO_AEC_RET_INVALID_RECURSIVE_RATIO (0x10000411)"}},
     {"DumpDirectoryMissing",
      [](const cli::TempDir &t) {
          inputs(t);
@@ -137,50 +165,62 @@ const Case kCases[] = {
          inputs(t);
          return process(t, {"--intensity", "1,2,3"});
      },
-     2, {"--intensity takes 7 comma-separated non-negative integers (got '1,2,3')"}},
+     2,
+     {"--intensity takes 7 comma-separated non-negative integers (got '1,2,3')"}},
     {"NegativeEdge",
      [](const cli::TempDir &t) {
          inputs(t);
          return process(t, {"--edges", "-1,6,36,49,50,51"});
      },
-     2, {"--edges takes 6 comma-separated non-negative integers"}},
+     2,
+     {"--edges takes 6 comma-separated non-negative integers"}},
     {"UnknownMode",
      [](const cli::TempDir &t) {
          inputs(t);
          return process(t, {"--mode", "fast"});
      },
-     2, {"--mode", "Run with --help"}},
+     2,
+     {"--mode", "Run with --help"}},
     {"DelayAndAlignTogether",
      [](const cli::TempDir &t) {
          inputs(t);
          return process(t, {"--far-delay", "10", "--align", "auto"});
      },
-     2, {"excludes"}},
+     2,
+     {"excludes"}},
     {"RawWithoutRate",
      [](const cli::TempDir &t) {
          inputs(t);
          return process(t, {"--raw"});
      },
-     2, {"--raw needs --rate"}},
+     2,
+     {"--raw needs --rate"}},
     {"MissingFar",
      [](const cli::TempDir &t) {
          inputs(t);
          return std::vector<std::string>{"process", "--near", t.path("near.wav"), "-o",
                                          t.path("out.wav")};
      },
-     2, {"--far is required"}},
-    {"NoSubcommand", [](const cli::TempDir &) { return std::vector<std::string>{}; }, 2,
+     2,
+     {"--far is required"}},
+    {"NoSubcommand",
+     [](const cli::TempDir &) { return std::vector<std::string>{}; },
+     2,
      {"subcommand"}},
     {"ReplayWithoutDumps",
      [](const cli::TempDir &t) {
          return std::vector<std::string>{"replay", t.dir(), "--id", "4", "--rate", "16000"};
      },
-     1, {"cannot read '", "/Audio_AEC_near_end_data_4.pcm'"}, true},
+     1,
+     {"cannot read '", "/Audio_AEC_near_end_data_4.pcm'"},
+     true},
     {"ReplayUnsupportedRate",
      [](const cli::TempDir &t) {
          return std::vector<std::string>{"replay", t.dir(), "--rate", "44100"};
      },
-     1, {"--rate 44100: the library runs at 8000, 16000, 32000 or 48000 Hz"}, true},
+     1,
+     {"--rate 44100: the library runs at 8000, 16000, 32000 or 48000 Hz"},
+     true},
 };
 
 class Errors : public testing::TestWithParam<Case> {};

@@ -41,11 +41,7 @@ TEST_P(RoundTrip, OutputKeepsTheNearEndShapeAndIsTheLibrarysResult) {
     const auto [near_ch, far_ch, samples] = GetParam();
     cli::TempDir tmp;
     const Inputs in = scenario_inputs(near_ch, far_ch, samples);
-    cli::write_wav(tmp.path("near.wav"), 16000, near_ch, in.near);
-    cli::write_wav(tmp.path("far.wav"), 16000, far_ch, in.far);
-
-    const cli::Result r = cli::run({"process", "--near", tmp.path("near.wav"), "--far",
-                                    tmp.path("far.wav"), "-o", tmp.path("out.wav")});
+    const cli::Result r = cli::process_files(tmp, 16000, near_ch, in.near, far_ch, in.far);
     ASSERT_EQ(r.status, 0) << r.err;
     const cli::Wav out = cli::read_wav(tmp.path("out.wav"));
     EXPECT_EQ(out.rate, 16000);
@@ -64,10 +60,9 @@ TEST(Process, RawModeReadsAndWritesHeaderlessPcmLikeWav) {
     const Inputs in = scenario_inputs(2, 1, 16000 + 40);
     cli::write_raw(tmp.path("near.pcm"), in.near);
     cli::write_raw(tmp.path("far.pcm"), in.far);
-    const cli::Result r =
-        cli::run({"process", "--raw", "--rate", "16000", "--near-channels", "2",
-                  "--far-channels", "1", "--near", tmp.path("near.pcm"), "--far",
-                  tmp.path("far.pcm"), "-o", tmp.path("out.pcm")});
+    const cli::Result r = cli::run({"process", "--raw", "--rate", "16000", "--near-channels", "2",
+                                    "--far-channels", "1", "--near", tmp.path("near.pcm"), "--far",
+                                    tmp.path("far.pcm"), "-o", tmp.path("out.pcm")});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(cli::read_raw(tmp.path("out.pcm")),
               cli::reference_output(in.near, in.far, 16000, 2, 1));
@@ -79,19 +74,15 @@ TEST(Process, RawModeReadsAndWritesHeaderlessPcmLikeWav) {
 TEST(Process, SplitModeIsTheTwoHalvesAndComparesWithFull) {
     cli::TempDir tmp;
     const Inputs in = scenario_inputs(1, 1, 24000);
-    cli::write_wav(tmp.path("near.wav"), 16000, 1, in.near);
-    cli::write_wav(tmp.path("far.wav"), 16000, 1, in.far);
     struct Run {
         std::vector<int16_t> out;
         double erle;
     };
     auto run_mode = [&](const std::string &mode) {
-        const std::string out = tmp.path(mode + ".wav");
         const cli::Result r =
-            cli::run({"process", "--mode", mode, "--near", tmp.path("near.wav"), "--far",
-                      tmp.path("far.wav"), "-o", out, "--metrics-json", tmp.path("m.json")});
+            cli::process_files(tmp, 16000, 1, in.near, 1, in.far, {"--mode", mode});
         EXPECT_EQ(r.status, 0) << r.err;
-        return Run{cli::read_wav(out).samples,
+        return Run{cli::read_wav(tmp.path("out.wav")).samples,
                    cli::json_number(cli::read_text(tmp.path("m.json")), "erle_db")};
     };
     const Run full = run_mode("full");
@@ -99,8 +90,7 @@ TEST(Process, SplitModeIsTheTwoHalvesAndComparesWithFull) {
     const Run linear = run_mode("linear");
     EXPECT_EQ(full.out, cli::reference_output(in.near, in.far, 16000, 1, 1, e2e::Mode::kFull));
     EXPECT_EQ(split.out, cli::reference_output(in.near, in.far, 16000, 1, 1, e2e::Mode::kSplit));
-    EXPECT_EQ(linear.out,
-              cli::reference_output(in.near, in.far, 16000, 1, 1, e2e::Mode::kLinear));
+    EXPECT_EQ(linear.out, cli::reference_output(in.near, in.far, 16000, 1, 1, e2e::Mode::kLinear));
     EXPECT_NE(split.out, full.out);
     EXPECT_GT(split.erle, full.erle - 6.0);
     EXPECT_GT(split.erle, linear.erle + 5.0);
@@ -133,18 +123,14 @@ TEST(Process, FloatInputIsRoundedAndItsClippingCounted) {
     const std::string json = cli::read_text(tmp.path("m.json"));
     EXPECT_EQ(cli::json_number(json, "clipped_samples.near"), 3);
     EXPECT_EQ(cli::json_number(json, "clipped_samples.far"), 0);
-    EXPECT_NE(r.out.find("clipped to 16 bits: 3 near, 0 far samples"), std::string::npos)
-        << r.out;
+    EXPECT_NE(r.out.find("clipped to 16 bits: 3 near, 0 far samples"), std::string::npos) << r.out;
 }
 
 TEST(Process, ShortFarEndIsPaddedWithSilenceAndSaid) {
     cli::TempDir tmp;
     const Inputs in = scenario_inputs(1, 1, 20000);
     std::vector<int16_t> far(in.far.begin(), in.far.begin() + 12000);
-    cli::write_wav(tmp.path("near.wav"), 16000, 1, in.near);
-    cli::write_wav(tmp.path("far.wav"), 16000, 1, far);
-    const cli::Result r = cli::run({"process", "--near", tmp.path("near.wav"), "--far",
-                                    tmp.path("far.wav"), "-o", tmp.path("out.wav")});
+    const cli::Result r = cli::process_files(tmp, 16000, 1, in.near, 1, far);
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.err.find("the far end is 0.50 s shorter than the near end: padded with silence"),
               std::string::npos)
@@ -157,11 +143,8 @@ TEST(Process, ShortFarEndIsPaddedWithSilenceAndSaid) {
 TEST(Process, FarDelayShiftsTheFarEndBeforeProcessing) {
     cli::TempDir tmp;
     const Inputs in = scenario_inputs(1, 1, 16000);
-    cli::write_wav(tmp.path("near.wav"), 16000, 1, in.near);
-    cli::write_wav(tmp.path("far.wav"), 16000, 1, in.far);
     const cli::Result r =
-        cli::run({"process", "--far-delay", "40", "--near", tmp.path("near.wav"), "--far",
-                  tmp.path("far.wav"), "-o", tmp.path("out.wav")});
+        cli::process_files(tmp, 16000, 1, in.near, 1, in.far, {"--far-delay", "40"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(cli::read_wav(tmp.path("out.wav")).samples,
               cli::reference_output(in.near, cli::delayed(in.far, 1, 640), 16000, 1, 1));
@@ -170,13 +153,8 @@ TEST(Process, FarDelayShiftsTheFarEndBeforeProcessing) {
 TEST(Process, TuningReachesTheLibrary) {
     cli::TempDir tmp;
     const Inputs in = scenario_inputs(1, 1, 16000);
-    cli::write_wav(tmp.path("near.wav"), 16000, 1, in.near);
-    cli::write_wav(tmp.path("far.wav"), 16000, 1, in.far);
     auto run_with = [&](std::vector<std::string> extra) {
-        std::vector<std::string> args = {"process", "--near", tmp.path("near.wav"), "--far",
-                                         tmp.path("far.wav"), "-o", tmp.path("out.wav")};
-        args.insert(args.end(), extra.begin(), extra.end());
-        const cli::Result r = cli::run(args);
+        const cli::Result r = cli::process_files(tmp, 16000, 1, in.near, 1, in.far, extra);
         EXPECT_EQ(r.status, 0) << r.err;
         return cli::read_wav(tmp.path("out.wav")).samples;
     };
@@ -194,12 +172,7 @@ TEST(Process, ResampleConvertsAnUnsupportedRateAndBack) {
     cli::TempDir tmp;
     const size_t samples = 44100 * 2 + 33;
     const Inputs in = scenario_inputs(1, 1, samples, 44100);
-    cli::write_wav(tmp.path("near.wav"), 44100, 1, in.near);
-    cli::write_wav(tmp.path("far.wav"), 44100, 1, in.far);
-    const cli::Result r =
-        cli::run({"process", "--resample", "--near", tmp.path("near.wav"), "--far",
-                  tmp.path("far.wav"), "-o", tmp.path("out.wav"), "--metrics-json",
-                  tmp.path("m.json")});
+    const cli::Result r = cli::process_files(tmp, 44100, 1, in.near, 1, in.far, {"--resample"});
     ASSERT_EQ(r.status, 0) << r.err;
     const cli::Wav out = cli::read_wav(tmp.path("out.wav"));
     EXPECT_EQ(out.rate, 44100);
@@ -213,15 +186,11 @@ TEST(Process, ResampleConvertsAnUnsupportedRateAndBack) {
 TEST(Process, SaturatedFramesAreThoseBeyond32700) {
     cli::TempDir tmp;
     Inputs in = scenario_inputs(2, 1, 128 * 20);
-    in.near[2 * (128 * 3 + 5) + 1] = 32701;   // frame 3, second channel
-    in.near[2 * (128 * 7)] = -32768;          // frame 7
-    in.near[2 * (128 * 8 + 127)] = -32701;    // frame 8
-    in.near[2 * (128 * 12)] = 32700;          // frame 12: not beyond
-    cli::write_wav(tmp.path("near.wav"), 16000, 2, in.near);
-    cli::write_wav(tmp.path("far.wav"), 16000, 1, in.far);
-    const cli::Result r =
-        cli::run({"process", "--near", tmp.path("near.wav"), "--far", tmp.path("far.wav"), "-o",
-                  tmp.path("out.wav"), "--metrics-json", tmp.path("m.json")});
+    in.near[2 * (128 * 3 + 5) + 1] = 32701;  // frame 3, second channel
+    in.near[2 * (128 * 7)] = -32768;         // frame 7
+    in.near[2 * (128 * 8 + 127)] = -32701;   // frame 8
+    in.near[2 * (128 * 12)] = 32700;         // frame 12: not beyond
+    const cli::Result r = cli::process_files(tmp, 16000, 2, in.near, 1, in.far);
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(cli::json_number(cli::read_text(tmp.path("m.json")), "saturated_frames"), 3);
     EXPECT_NE(r.out.find("saturated input frames: 3\n"), std::string::npos) << r.out;
@@ -230,11 +199,8 @@ TEST(Process, SaturatedFramesAreThoseBeyond32700) {
 TEST(Process, QuietPrintsNothingAndStillWrites) {
     cli::TempDir tmp;
     const Inputs in = scenario_inputs(1, 1, 4000);
-    cli::write_wav(tmp.path("near.wav"), 16000, 1, in.near);
-    cli::write_wav(tmp.path("far.wav"), 16000, 1, std::vector<int16_t>(in.far.begin(),
-                                                                        in.far.begin() + 2000));
-    const cli::Result r = cli::run({"process", "--quiet", "--near", tmp.path("near.wav"),
-                                    "--far", tmp.path("far.wav"), "-o", tmp.path("out.wav")});
+    const std::vector<int16_t> short_far(in.far.begin(), in.far.begin() + 2000);
+    const cli::Result r = cli::process_files(tmp, 16000, 1, in.near, 1, short_far, {"--quiet"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "");

@@ -21,20 +21,17 @@ protected:
         const e2e::Signals sig = e2e::make_signals(s);
         std::vector<int16_t> near(sig.near.begin(), sig.near.end() - 2 * 50);
         std::vector<int16_t> far(sig.far.begin(), sig.far.end() - 50);
-        cli::write_wav(tmp_.path("near.wav"), 16000, 2, near);
-        cli::write_wav(tmp_.path("far.wav"), 16000, 1, far);
         std::filesystem::create_directory(dumps());
-        std::vector<std::string> args = {"process", "--near", tmp_.path("near.wav"), "--far",
-                                         tmp_.path("far.wav"), "-o", tmp_.path("out.wav")};
-        args.insert(args.end(), extra.begin(), extra.end());
-        const cli::Result r = cli::run(args, {{"AUDIO_AEC_DUMP", "1"}, {"AUDIO_DUMP_PATH", dumps()}});
+        const cli::Result r =
+            cli::process_files(tmp_, 16000, 2, near, 1, far, extra,
+                               {{"AUDIO_AEC_DUMP", "1"}, {"AUDIO_DUMP_PATH", dumps()}});
         ASSERT_EQ(r.status, 0) << r.err;
     }
 
     cli::Result replay(std::vector<std::string> extra = {}) {
-        std::vector<std::string> args = {"replay",          dumps(), "--id", "0", "--rate",
-                                         "16000",           "--near-channels",  "2",
-                                         "--far-channels", "1"};
+        std::vector<std::string> args = {
+            "replay",          dumps(), "--id",           "0", "--rate", "16000",
+            "--near-channels", "2",     "--far-channels", "1"};
         args.insert(args.end(), extra.begin(), extra.end());
         // Dumping stays switched on: the replay must neither fail on it nor rewrite the dumps.
         return cli::run(args, {{"AUDIO_AEC_DUMP", "1"}, {"AUDIO_DUMP_PATH", dumps()}});

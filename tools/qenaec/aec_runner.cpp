@@ -90,6 +90,10 @@ const char *mode_name(Mode mode) {
     return "?";
 }
 
+size_t output_latency_frames(Mode mode) {
+    return mode == Mode::kLinear ? 0 : 1;
+}
+
 std::string describe_code(ALGO_AEC_RET code) {
     char hex[16];
     std::snprintf(hex, sizeof hex, "0x%08X", static_cast<unsigned>(code));

@@ -19,6 +19,10 @@ enum class Mode { kFull, kLinear, kSplit };
 
 const char *mode_name(Mode mode);
 
+// Frames by which the output lags the input: the nonlinear stage's overlap-add completes a
+// frame one frame later; the linear stage's error is current.
+size_t output_latency_frames(Mode mode);
+
 struct Tuning {
     bool cng = false;
     std::optional<std::array<uint32_t, 7>> intensity;

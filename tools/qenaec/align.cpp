@@ -13,17 +13,26 @@ namespace qtool {
 
 namespace {
 
-// Channel average of the first `n` frames, zero-padded to `size`.
+constexpr double kRampSeconds = 0.1;
+
+// Channel average of the first `n` frames, zero-padded to `size`, with cosine ramps of
+// `ramp` samples at both ends. Without them the cut at the end of the window is a step that
+// both signals share, and the whitened correlation shows it as a false peak at lag 0.
 std::vector<kiss_fft_scalar> mono_head(const std::vector<int16_t> &x, int channels, size_t n,
-                                       size_t size) {
+                                       size_t size, size_t ramp) {
     std::vector<kiss_fft_scalar> out(size, 0.0f);
     const size_t frames = std::min(n, x.size() / channels);
+    ramp = std::min(ramp, frames / 2);
     for (size_t t = 0; t < frames; ++t) {
         float sum = 0.0f;
         for (int ch = 0; ch < channels; ++ch) {
             sum += x[t * channels + ch];
         }
-        out[t] = sum / (32768.0f * channels);
+        const size_t edge = std::min(t, frames - 1 - t);
+        const double taper =
+            edge < ramp ? 0.5 - 0.5 * std::cos(M_PI * (static_cast<double>(edge) + 0.5) / ramp)
+                        : 1.0;
+        out[t] = static_cast<float>(taper * sum / (32768.0 * channels));
     }
     return out;
 }
@@ -54,8 +63,9 @@ DelayEstimate estimate_echo_delay(const std::vector<int16_t> &near, int near_cha
     while (size < 2 * head) {
         size *= 2;
     }
-    const auto x = mono_head(far, far_channels, head, size);
-    const auto y = mono_head(near, near_channels, head, size);
+    const size_t ramp = static_cast<size_t>(kRampSeconds * rate);
+    const auto x = mono_head(far, far_channels, head, size, ramp);
+    const auto y = mono_head(near, near_channels, head, size, ramp);
 
     const Fftr forward(kiss_fftr_alloc(static_cast<int>(size), 0, nullptr, nullptr));
     const Fftr inverse(kiss_fftr_alloc(static_cast<int>(size), 1, nullptr, nullptr));

@@ -49,8 +49,8 @@ int run(const DemoArgs &a) {
     rq.near_talk = read_talk_spans(a.audio_dir + "/near-talk.txt");
     if (!a.quiet) {
         std::printf(
-            "QenAec demo: far.wav is what the loudspeaker played; near.wav is the "
-            "microphone: its echo through a synthetic room, a second talker");
+            "QenAec demo. far.wav is what the loudspeaker played; near.wav is what the\n"
+            "microphone heard: its echo through a synthetic room, a second talker");
         for (const Span &s : *rq.near_talk) {
             std::printf(" (%.1f-%.1f s)", s.start_s, s.end_s);
         }

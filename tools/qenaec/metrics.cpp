@@ -128,10 +128,10 @@ Erle echo_reduction(const Signals16 &s, const std::vector<Span> *near_talk) {
     e.rule = near_talk != nullptr ? "known near-end talk" : "level ratio";
     double in_sum = 0.0, out_sum = 0.0;
     size_t count = 0;
-    for (size_t f = 0; f < frames; ++f) {
+    for (size_t f = 0; f + s.output_latency_frames < frames; ++f) {
         if (use[f]) {
             in_sum += near_power[f];
-            out_sum += out_power[f];
+            out_sum += out_power[f + s.output_latency_frames];
             ++count;
         }
     }

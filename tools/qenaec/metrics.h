@@ -21,6 +21,7 @@ struct Span {
 struct Signals16 {
     const std::vector<int16_t> *near_in;  // near end as fed to the library
     const std::vector<int16_t> *output;   // the library's result, same layout
+    size_t output_latency_frames;         // frames the output lags the input by
     const std::vector<int16_t> *far;      // far end as fed (after any delay)
     int near_channels;
     int far_channels;
@@ -42,6 +43,7 @@ struct Erle {
 //   far-active frames, and no frame within 0.5 s has it more than 6 dB above (clear talk).
 //   Near-end talk lifts the near end above what the echo path explains; the median
 //   assumes the near-end talker is silent for most of the far end's activity.
+// Input frame f is set against output frame f + latency.
 // ERLE = 10 log10(sum in^2 / (sum out^2 + n/12)), where n/12 is the rounding noise of n
 // 16-bit samples, so an output of digital silence gives a finite figure. At least 0.25 s
 // must qualify.

@@ -194,8 +194,13 @@ ProcessReport run_process(const ProcessRequest &rq) {
 
     rep.saturated_frames = saturated_frames(n16.samples, near.channels);
     const std::vector<int16_t> far_measured = far_as_echo_follows(f16.samples, rep, shift);
-    const Signals16 sig = {&n16.samples,  &out,         &far_measured,
-                           near.channels, far.channels, rep.processing_rate};
+    const Signals16 sig = {.near_in = &n16.samples,
+                           .output = &out,
+                           .output_latency_frames = output_latency_frames(rq.mode),
+                           .far = &far_measured,
+                           .near_channels = near.channels,
+                           .far_channels = far.channels,
+                           .rate = rep.processing_rate};
     rep.erle = echo_reduction(sig, rq.near_talk ? &*rq.near_talk : nullptr);
 
     out.resize(samples_per_channel * near.channels);

@@ -1,0 +1,77 @@
+// The run functions may change the floating-point mode while they work (to flush denormals)
+// but must hand the caller's own mode back: rounding direction and, on x86, every control
+// bit of MXCSR. Exception flags are not compared: ordinary arithmetic raises them.
+#include <gtest/gtest.h>
+
+#include <cfenv>
+#include <vector>
+
+#if defined(__SSE__)
+#include <xmmintrin.h>
+#endif
+
+#include "qen_aec.h"
+
+namespace {
+
+#if defined(__SSE__)
+constexpr unsigned kMxcsrFlags = 0x3Fu;
+unsigned control_bits() {
+    return _mm_getcsr() & ~kMxcsrFlags;
+}
+#else
+unsigned control_bits() {
+    return 0;
+}
+#endif
+
+class FpMode : public testing::TestWithParam<int> {};
+
+// Each caller mode in turn: the default, upward rounding, and upward rounding with denormals
+// already flushed (which the library must not clear on its way out either).
+TEST_P(FpMode, RunFunctionsRestoreTheCallersMode) {
+    std::vector<char> block(QenAec_GetBufferSize());
+    AudioAecInit init = {128, 1, 1, QEN_AEC_SAMPLE_RATE_16000};
+    AEC_HANDLE h = QenAec_Init(block.data(), &init);
+    ASSERT_NE(h, nullptr);
+    short near[128], far[128];
+    for (int i = 0; i < 128; ++i) {
+        far[i] = static_cast<short>((i * 97) % 2000 - 1000);
+        near[i] = static_cast<short>(far[i] / 3);
+    }
+
+    const int saved_round = fegetround();
+#if defined(__SSE__)
+    const unsigned saved_csr = _mm_getcsr();
+#endif
+    if (GetParam() >= 1) {
+        fesetround(FE_UPWARD);
+    }
+#if defined(__SSE__)
+    if (GetParam() == 2) {
+        _mm_setcsr(_mm_getcsr() | 0x8040u);
+    }
+#endif
+    const int round = fegetround();
+    const unsigned bits = control_bits();
+
+    EXPECT_EQ(QenAec_Run(h, near, far), ALGO_AEC_RET_SUCCESS);
+    EXPECT_EQ(fegetround(), round) << "after Run";
+    EXPECT_EQ(control_bits(), bits) << "after Run";
+    EXPECT_EQ(QenAec_ADF_Run(h, near, far), ALGO_AEC_RET_SUCCESS);
+    EXPECT_EQ(fegetround(), round) << "after ADF_Run";
+    EXPECT_EQ(control_bits(), bits) << "after ADF_Run";
+    EXPECT_EQ(QenAec_NLP_Run(h, near), ALGO_AEC_RET_SUCCESS);
+    EXPECT_EQ(fegetround(), round) << "after NLP_Run";
+    EXPECT_EQ(control_bits(), bits) << "after NLP_Run";
+
+    fesetround(saved_round);
+#if defined(__SSE__)
+    _mm_setcsr(saved_csr);
+#endif
+    QenAec_Free(h);
+}
+
+INSTANTIATE_TEST_SUITE_P(CallerModes, FpMode, testing::Values(0, 1, 2));
+
+}  // namespace

@@ -1,0 +1,135 @@
+// What a user sees first: the help of the tool and of each subcommand, the demo on the
+// bundled recordings, and a standard output that carries only the tool's own lines.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include "cli_support.h"
+#include "scenario.h"
+
+namespace {
+
+TEST(Help, ListsEverySubcommandWithAnExample) {
+    const cli::Result r = cli::run({"--help"});
+    EXPECT_EQ(r.status, 0);
+    for (const char *word : {"process", "replay", "demo", "Example:", "qenaec process --near",
+                             "DML_PATH", "Exit status"}) {
+        EXPECT_NE(r.out.find(word), std::string::npos) << word << " missing from:\n" << r.out;
+    }
+}
+
+TEST(Help, EachSubcommandDescribesItsOptionsAndGivesAnExample) {
+    const struct {
+        const char *command;
+        std::vector<const char *> words;
+    } cases[] = {
+        {"process",
+         {"--near",
+          "--far",
+          "--output",
+          "--raw",
+          "--rate",
+          "--near-channels",
+          "--far-channels",
+          "--mode",
+          "--cng",
+          "--intensity",
+          "--edges",
+          "--ratio",
+          "--far-delay",
+          "--align",
+          "--resample",
+          "--metrics-json",
+          "--quiet",
+          "--near-talk",
+          "ERLE is measured",
+          "Example:",
+          "qenaec process --near"}},
+        {"replay",
+         {"DIR", "--id", "--rate", "--near-channels", "--far-channels", "--output", "--mode",
+          "Audio_AEC_output_data_N.pcm", "Example:", "qenaec replay "}},
+        {"demo", {"--output", "--audio-dir", "--metrics-json", "Example:", "qenaec demo"}},
+    };
+    for (const auto &c : cases) {
+        const cli::Result r = cli::run({c.command, "--help"});
+        EXPECT_EQ(r.status, 0) << c.command;
+        for (const char *word : c.words) {
+            EXPECT_NE(r.out.find(word), std::string::npos)
+                << word << " missing from the help of " << c.command << ":\n"
+                << r.out;
+        }
+    }
+}
+
+TEST(Demo, RemovesAtLeast20dBOfEchoFromTheBundledRecording) {
+    cli::TempDir tmp;
+    const cli::Result r =
+        cli::run({"demo", "-o", tmp.path("demo-out.wav"), "--metrics-json", tmp.path("m.json")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string json = cli::read_text(tmp.path("m.json"));
+    EXPECT_GE(cli::json_number(json, "erle_db"), 20.0) << json;
+    EXPECT_NE(r.out.find("\nERLE: "), std::string::npos) << r.out;
+    const cli::Wav in = cli::read_wav(std::string(QENAEC_DEMO_AUDIO) + "/near.wav");
+    const cli::Wav out = cli::read_wav(tmp.path("demo-out.wav"));
+    EXPECT_EQ(out.samples.size(), in.samples.size());
+    EXPECT_EQ(out.rate, in.rate);
+}
+
+// The library prints on standard output by default; the tool moves its lines to standard
+// error and, unless DML_PATH says otherwise, keeps only its errors.
+TEST(Output, LibraryMessagesNeverReachStandardOutput) {
+    cli::TempDir tmp;
+    e2e::Scenario s;
+    s.seconds = 0.5;
+    const e2e::Signals sig = e2e::make_signals(s);
+    const cli::Result plain = cli::process_files(tmp, 16000, 1, sig.near, 1, sig.far);
+    EXPECT_EQ(plain.status, 0);
+    EXPECT_EQ(plain.err, "");
+    EXPECT_EQ(plain.out.find("ALGO_MSG"), std::string::npos) << plain.out;
+    EXPECT_NE(plain.out.find("\nERLE: "), std::string::npos) << plain.out;
+
+    std::ofstream(tmp.path("level.json")) << "{\"debug_level\": 7}";
+    const cli::Result chatty = cli::process_files(tmp, 16000, 1, sig.near, 1, sig.far, {},
+                                                  {{"DML_PATH", tmp.path("level.json")}});
+    EXPECT_EQ(chatty.status, 0);
+    // The same summary (but for the measured speed), with the library's lines on stderr.
+    auto without_speed = [](std::string text) {
+        const size_t at = text.find("speed:");
+        return at == std::string::npos ? text : text.erase(at, text.find('\n', at) - at);
+    };
+    EXPECT_EQ(without_speed(chatty.out), without_speed(plain.out));
+    EXPECT_EQ(chatty.out.find("ALGO_MSG"), std::string::npos) << chatty.out;
+    EXPECT_NE(chatty.err.find("[ALGO_MSG_MSG] [AEC]Floating point mode.\n"), std::string::npos)
+        << chatty.err;
+}
+
+// The bar needs a terminal: `script` gives the tool one. In the tests' own runs standard
+// error is a file, and every other test checks that nothing is drawn there.
+TEST(Output, ProgressBarOnATerminalForLongInputs) {
+    if (std::system("command -v script >/dev/null 2>&1") != 0) {
+        GTEST_SKIP() << "no script(1) to provide a terminal";
+    }
+    cli::TempDir tmp;
+    e2e::Scenario s;
+    s.rate = 8000;
+    s.seconds = 6.0;  // longer than the 5 s below which no bar is drawn
+    const e2e::Signals sig = e2e::make_signals(s);
+    cli::write_wav(tmp.path("near.wav"), 8000, 1, sig.near);
+    cli::write_wav(tmp.path("far.wav"), 8000, 1, sig.far);
+    const std::string cmd = std::string(QENAEC_TOOL) + " process --near " + tmp.path("near.wav") +
+                            " --far " + tmp.path("far.wav") + " -o " + tmp.path("out.wav");
+    const std::string shell =
+        "script -qec '" + cmd + "' /dev/null </dev/null >" + tmp.path("tty.txt");
+    ASSERT_EQ(std::system(shell.c_str()), 0);
+    const std::string tty = cli::read_text(tmp.path("tty.txt"));
+    EXPECT_NE(tty.find("\r[........................................]   0%  0.0 / 6.0 s"),
+              std::string::npos)
+        << tty;
+    EXPECT_NE(tty.find("\r[########################################] 100%  6.0 / 6.0 s"),
+              std::string::npos)
+        << tty;
+}
+
+}  // namespace
