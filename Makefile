@@ -47,3 +47,12 @@ format:
 
 clean:
 	rm -rf build
+
+# Quality evaluation: speech scenarios through the built library and an NLMS baseline;
+# writes eval/out/report.html and eval/out/results.json.
+.PHONY: eval
+eval:
+	@scripts/setup.sh python3-matplotlib
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS) --target qenaec
+	QENAEC_LIBRARY=$(CURDIR)/build/release/src/libqenaec.so /usr/bin/python3 eval/run.py

@@ -6,6 +6,7 @@ packages=(
     build-essential cmake pkg-config git
     libkissfft-dev libsimde-dev libcjson-dev
     libgtest-dev libgmock-dev
+    python3-numpy python3-scipy python3-soundfile espeak-ng
 )
 [ "$#" -gt 0 ] && packages+=("$@")
 

@@ -39,6 +39,21 @@ static_assert(sizeof(RB_AEC_INTERNAL_PARAMETER) == 77);
 
 extern volatile const RB_AEC_INTERNAL_PARAMETER aec_setting;
 
+// A version record of the given source revision and component, each already padded with '#'
+// to its field width (8 and 12 characters).
+constexpr RB_VERSION make_rb_version(const char (&changelist)[9], const char (&component)[13]) {
+    RB_VERSION r = {
+        {'J', 'Q', 'W'}, {'1'}, {'#', '#'}, {'Q', '7', 'L', 'P', '#', '#', '#', '#'}, {}, {}, {'#'},
+        {'W', 'Q', 'J'}};
+    for (int i = 0; i < 8; ++i) {
+        r.changelist[i] = static_cast<unsigned char>(changelist[i]);
+    }
+    for (int i = 0; i < 12; ++i) {
+        r.component[i] = static_cast<unsigned char>(component[i]);
+    }
+    return r;
+}
+
 ALGO_AEC_RET _QenAec_GetLibVersion(unsigned short *ver_year, unsigned short *ver_date,
                                    unsigned short *ver_time);
 ALGO_AEC_RET _QenAec_GetAPIVersion(unsigned short *major, unsigned short *minor);

@@ -4,15 +4,7 @@
 
 namespace {
 
-__attribute__((used)) volatile const RB_VERSION rb_version = {
-    {'J', 'Q', 'W'},
-    {'1'},
-    {'#', '#'},
-    {'Q', '7', 'L', 'P', '#', '#', '#', '#'},
-    {'g', '0', '4', '7', 'f', 'a', '#', '#'},
-    {'A', 'E', 'C', '#', '#', '#', '#', '#', '#', '#', '#', '#'},
-    {'#'},
-    {'W', 'Q', 'J'},
-};
+__attribute__((used)) volatile const RB_VERSION rb_version =
+    make_rb_version("g047fa##", "AEC#########");
 
 }  // namespace

@@ -8,17 +8,12 @@
 #include <vector>
 
 #include "kernels/spectral.h"
+#include "signal_ref.h"
 
 namespace {
 
 std::vector<float> random_floats(size_t n, unsigned seed, float scale = 1000.0f) {
-    std::mt19937 rng(seed);
-    std::uniform_real_distribution<float> d(-scale, scale);
-    std::vector<float> v(n);
-    for (float &x : v) {
-        x = d(rng);
-    }
-    return v;
+    return qtest::uniform_noise(static_cast<int>(n), scale, seed);
 }
 
 // Tolerance scaled to the magnitude of the terms that were summed.

@@ -1,0 +1,5 @@
+"""Python binding of the QenAec echo canceller (ctypes over libqenaec.so, numpy in and out)."""
+from ._lib import FRAME, RATES, RET_CODES
+from .canceller import MODES, OUTPUT_DELAY, Canceller, QenAecError
+
+__all__ = ["Canceller", "QenAecError", "FRAME", "RATES", "RET_CODES", "MODES", "OUTPUT_DELAY"]
