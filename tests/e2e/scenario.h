@@ -4,8 +4,10 @@
 #pragma once
 
 #include <cmath>
+#include <complex>
 #include <cstdint>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "qen_aec.h"
@@ -35,6 +37,70 @@ inline int16_t to_pcm(double v) {
     return static_cast<int16_t>(v > 32767 ? 32767 : (v < -32768 ? -32768 : v));
 }
 
+// The echo paths are applied through transforms of the whole signal: the direct sum costs
+// minutes under an emulator at 48 kHz. The transforms' error is far below the half-LSB
+// rounding that follows, so the samples are those of the direct sum.
+using Spectrum = std::vector<std::complex<double>>;
+
+// Twiddle factors e^(-2 pi i k / n), k < n/2, for transforms of length n.
+inline Spectrum twiddles(size_t n) {
+    Spectrum w(n / 2);
+    for (size_t k = 0; k < n / 2; ++k) {
+        w[k] = std::polar(1.0, -2 * M_PI * double(k) / double(n));
+    }
+    return w;
+}
+
+// In-place radix-2 transform of length 2 * twiddle.size(); the inverse is left unscaled.
+inline void fft(Spectrum &a, const Spectrum &twiddle, bool inverse) {
+    const size_t n = a.size();
+    for (size_t i = 1, j = 0; i < n; ++i) {
+        size_t bit = n >> 1;
+        for (; j & bit; bit >>= 1) {
+            j ^= bit;
+        }
+        j ^= bit;
+        if (i < j) {
+            std::swap(a[i], a[j]);
+        }
+    }
+    for (size_t len = 2; len <= n; len <<= 1) {
+        const size_t stride = n / len;
+        for (size_t i = 0; i < n; i += len) {
+            for (size_t k = 0; k < len / 2; ++k) {
+                const std::complex<double> w = twiddle[k * stride];
+                const std::complex<double> u = a[i + k];
+                const std::complex<double> v = a[i + k + len / 2] * (inverse ? std::conj(w) : w);
+                a[i + k] = u + v;
+                a[i + k + len / 2] = u - v;
+            }
+        }
+    }
+}
+
+inline Spectrum transform(const std::vector<double> &x, const Spectrum &twiddle) {
+    Spectrum a(2 * twiddle.size());
+    std::copy(x.begin(), x.end(), a.begin());
+    fft(a, twiddle, false);
+    return a;
+}
+
+// The first `count` samples of the linear convolution of h with the signal whose transform
+// is fx (zero-padded to at least count + h.size()).
+inline std::vector<double> convolve(const Spectrum &fx, const std::vector<double> &h, size_t count,
+                                    const Spectrum &twiddle) {
+    Spectrum a = transform(h, twiddle);
+    for (size_t k = 0; k < a.size(); ++k) {
+        a[k] *= fx[k];
+    }
+    fft(a, twiddle, true);
+    std::vector<double> y(count);
+    for (size_t t = 0; t < count; ++t) {
+        y[t] = a[t].real() / double(a.size());
+    }
+    return y;
+}
+
 inline Signals make_signals(const Scenario &s) {
     std::mt19937 rng(s.seed);
     std::normal_distribution<double> gauss(0.0, 1.0);
@@ -62,6 +128,12 @@ inline Signals make_signals(const Scenario &s) {
         }
     }
     const double noise_rms = 32768.0 * std::pow(10.0, s.noise_dbfs / 20);
+    size_t fft_size = 1;
+    while (fft_size < n + taps) {
+        fft_size <<= 1;
+    }
+    const Spectrum twiddle = twiddles(fft_size);
+    const Spectrum far_spectrum = transform(far, twiddle);
     for (int ch = 0; ch < s.near_channels; ++ch) {
         std::vector<double> h(taps);
         double energy = 0;
@@ -70,13 +142,9 @@ inline Signals make_signals(const Scenario &s) {
             energy += h[k] * h[k];
         }
         const double gain = std::pow(10.0, -s.echo_below_far_db / 20) / std::sqrt(energy);
+        const std::vector<double> echo = convolve(far_spectrum, h, n, twiddle);
         for (size_t t = 0; t < n; ++t) {
-            double echo = 0;
-            const size_t kmax = t + 1 < taps ? t + 1 : taps;
-            for (size_t k = 0; k < kmax; ++k) {
-                echo += h[k] * far[t - k];
-            }
-            out.near[t * s.near_channels + ch] = to_pcm(gain * echo + noise_rms * gauss(rng));
+            out.near[t * s.near_channels + ch] = to_pcm(gain * echo[t] + noise_rms * gauss(rng));
         }
     }
     return out;
