@@ -19,11 +19,14 @@
 namespace {
 
 constexpr int kRates[] = {8000, 16000, 32000, 48000};
-// Two minutes of silence at every rate natively; the ARM build, emulated, keeps to 20 s.
+// Two minutes of silence at every rate natively. The ARM build, emulated, keeps to 20 s and
+// to the Run path (the split path's stages are the same code).
 #ifdef QENAEC_TEST_EMULATED
 constexpr double kSilenceSeconds = 20.0;
+constexpr bool kSplitPathToo = false;
 #else
 constexpr double kSilenceSeconds = 120.0;
+constexpr bool kSplitPathToo = true;
 #endif
 
 struct FloatSpan {
@@ -262,7 +265,7 @@ TEST_P(Pathological, EveryFloatStaysFinite) {
         Instance run(rate, c.channels, c.channels, true);
         ASSERT_NE(run.handle(), nullptr);
         feed(run, c, rate, Path::kRun);
-        if (c.seconds >= kSilenceSeconds) {
+        if (c.seconds >= kSilenceSeconds || !kSplitPathToo) {
             return;  // the long silence once is enough
         }
         Instance split(rate, c.channels, c.channels, true);
