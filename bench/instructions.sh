@@ -16,5 +16,7 @@ echo "instructions: $total over $frames frames"
 echo "instructions per frame: $((total / frames))"
 echo "commit: $(git rev-parse --short HEAD)$(git diff --quiet HEAD -- src || echo ' (with uncommitted changes in src/)')"
 if [ -n "${TOP:-}" ]; then
-    callgrind_annotate "$out" 2>/dev/null | sed -n '/file:function/,$p' | head -n "$((TOP + 2))"
+    # awk reads to the end: an early close would kill callgrind_annotate with SIGPIPE
+    callgrind_annotate "$out" 2>/dev/null | sed -n '/file:function/,$p' |
+        awk -v n="$((TOP + 2))" 'NR <= n'
 fi
