@@ -181,16 +181,20 @@ void choose_filter(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
 // Residual with de-emphasis, clamped to 16 bits; the clamped value feeds the de-emphasis.
 void write_output(aec_workingbuf_t *buf, MdfEchoState *st, float *out) {
     const float *e = buf->aec_inst.eBuf;
+    // A local memory: `out` could alias the state, so st->memE would be stored every sample.
+    const float preemph = st->preemph;
+    float memE = st->memE;
     for (int i = 0; i < kFrame; ++i) {
-        float tmp_out = (st->input[i] - e[kFrame + i]) + st->preemph * st->memE;
+        float tmp_out = (st->input[i] - e[kFrame + i]) + preemph * memE;
         if (tmp_out > 32767) {
             tmp_out = 32767;
         } else if (tmp_out < -32768) {
             tmp_out = -32768;
         }
         out[i] = tmp_out;
-        st->memE = tmp_out;
+        memE = tmp_out;
     }
+    st->memE = memE;
 }
 
 // Moves the error into e[128..255] and measures Sey, Syy and Sdd.

@@ -19,13 +19,18 @@ void filter_dc_notch16(const mdf_word16_t *in, mdf_word16_t radius, mdf_word16_t
                        mdf_mem_t *mem, unsigned short /*channel*/) {
     const double r = radius;
     const float den2 = static_cast<float>(r * r + 0.7 * (1.0 - r) * (1.0 - r));
+    // The memory stays in registers: through mem[] every sample would wait on a store.
+    float m0 = mem[0];
+    float m1 = mem[1];
     for (int i = 0; i < len; ++i) {
         const float vin = in[i];
-        const float vout = mem[0] + vin;
-        mem[0] = mem[1] + 2.0f * (radius * vout - vin);
-        mem[1] = vin - den2 * vout;
+        const float vout = m0 + vin;
+        m0 = m1 + 2.0f * (radius * vout - vin);
+        m1 = vin - den2 * vout;
         out[i] = radius * vout;
     }
+    mem[0] = m0;
+    mem[1] = m1;
 }
 
 void mdf_adjust_prop(const mdf_word32_t *W, int N, int M, mdf_word16_t *prop) {
