@@ -53,13 +53,19 @@ void advance_cancel_count(aec_workingbuf_t *buf, MdfEchoState *st) {
 // the upper half of st->x.
 void preprocess(MdfEchoState *st, const float *in, const float *far_end) {
     filter_dc_notch16(in, st->notch_radius, st->input, kFrame, st->notch_mem, 1);
-    for (int i = 0; i < kFrame; ++i) {
-        st->x[kFrame + i] = far_end[i] - st->preemph * st->memX;
-        st->memX = far_end[i];
-        const float d = st->input[i];
-        st->input[i] = d - st->preemph * st->memD;
-        st->memD = d;
+    const float preemph = st->preemph;
+    st->x[kFrame] = far_end[0] - preemph * st->memX;
+    for (int i = 1; i < kFrame; ++i) {
+        st->x[kFrame + i] = far_end[i] - preemph * far_end[i - 1];
     }
+    st->memX = far_end[kFrame - 1];
+    float memD = st->memD;
+    for (int i = 0; i < kFrame; ++i) {
+        const float d = st->input[i];
+        st->input[i] = d - preemph * memD;
+        memD = d;
+    }
+    st->memD = memD;
 }
 
 // Shifts the far-end spectrum ring and transforms the new pair into spectrum 0; returns Sxx.
