@@ -8,10 +8,11 @@
 
 #include <latch>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
-#include "../e2e/scenario.h"
+#include "scenario.h"
 #include "qen_aec.h"
 
 namespace {
@@ -46,38 +47,14 @@ std::vector<Job> make_jobs(bool with_comfort_noise) {
 // without any lock.
 void process(Job &j, std::mutex &lifecycle) {
     const e2e::Scenario &s = j.scenario;
-    std::vector<unsigned char> block;
-    AEC_HANDLE h = nullptr;
+    std::optional<e2e::Aec> aec;
     {
         std::lock_guard<std::mutex> lock(lifecycle);
-        block.resize(QenAec_GetBufferSize());
-        AudioAecInit init = {128, static_cast<uint32_t>(s.near_channels),
-                             static_cast<uint32_t>(s.far_channels),
-                             static_cast<QEN_AEC_SAMPLE_RATE>(s.rate)};
-        h = QenAec_Init(reinterpret_cast<char *>(block.data()), &init);
-        AudioAecConfig cfg = {j.comfort_noise ? QEN_AEC_TRUE : QEN_AEC_FALSE,
-                              0,
-                              {4, 6, 36, 49, 50, 51},
-                              {5, 4, 4, 5, 10, 10, 10}};
-        if (h != nullptr) {
-            j.first_error = QenAec_Config(h, &cfg);
-        }
+        aec.emplace(s.rate, s.near_channels, s.far_channels, j.comfort_noise ? 1 : 0);
     }
-    if (h == nullptr) {
-        j.first_error = ALGO_AEC_RET_INVALID_HANDLE;
-        return;
-    }
-    j.out = j.in.near;
-    std::vector<int16_t> far = j.in.far;
-    for (size_t f = 0; f < j.in.frames; ++f) {
-        const ALGO_AEC_RET r = QenAec_Run(h, j.out.data() + f * 128 * s.near_channels,
-                                          far.data() + f * 128 * s.far_channels);
-        if (r != ALGO_AEC_RET_SUCCESS && j.first_error == ALGO_AEC_RET_SUCCESS) {
-            j.first_error = r;
-        }
-    }
+    j.out = e2e::process_on(aec->get(), s, j.in, e2e::Mode::kFull, &j.first_error);
     std::lock_guard<std::mutex> lock(lifecycle);
-    QenAec_Free(h);
+    aec.reset();
 }
 
 void run_alone(std::vector<Job> &jobs) {

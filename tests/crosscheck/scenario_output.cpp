@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "../e2e/scenario.h"
+#include "scenario.h"
 
 namespace {
 

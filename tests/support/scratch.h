@@ -37,5 +37,7 @@ private:
 
 // Size of a file in bytes, or -1 when it does not exist.
 long file_size(const std::string &path);
+// The whole file (empty when it cannot be read).
+std::string read_file(const std::string &path);
 
 }  // namespace qtest

@@ -58,18 +58,6 @@ TEST(LinearStage, FarEndMean) {
     }
 }
 
-TEST(LinearStage, StereoMergeAveragesIntoFirstChannelOnly) {
-    std::vector<float> a = qtest::uniform_noise(256, 1000.0f, 3),
-                       b = qtest::uniform_noise(256, 1000.0f, 4);
-    const std::vector<float> a0 = a, b0 = b;
-    MergeSteroToMono(a.data(), b.data(), 200);
-    for (int i = 0; i < 256; ++i) {
-        const float expect = i < 200 ? (a0[i] + b0[i]) / 2.0f : a0[i];
-        EXPECT_FLOAT_EQ(a[i], expect) << "sample " << i;
-    }
-    EXPECT_EQ(b, b0);
-}
-
 // Fills channel pairs of an instance the way the frame driver leaves them.
 void load_pairs(aec_workingbuf_t *buf, unsigned seed) {
     for (int ch = 0; ch < 2; ++ch) {
