@@ -69,11 +69,6 @@ TEST(MdfCtl, UnknownRequestWarnsAndChangesNothing) {
     EXPECT_EQ(memcmp(before.data(), inst->raw(), inst->size()), 0);
 }
 
-TEST(MdfWarning, Formats) {
-    EXPECT_EQ(qtest::capture_stderr([] { mdf_warning("slapped"); }), "warning: slapped\n");
-    EXPECT_EQ(qtest::capture_stderr([] { mdf_warning_int("count", -3); }), "warning: count -3\n");
-}
-
 // The proportional weights and the window from their definitions; the last 16 weights of
 // the filter are left as they were.
 TEST(MdfInit, InitialValues) {
