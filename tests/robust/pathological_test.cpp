@@ -164,35 +164,23 @@ INSTANTIATE_TEST_SUITE_P(RatesAndSignals, Pathological,
                                     std::to_string(std::get<0>(info.param)) + "Hz";
                          });
 
-// Echo reduction in dB of `out` against `near` over frames [from, to).
-double reduction_db(const std::vector<int16_t> &near, const std::vector<int16_t> &out, size_t from,
-                    size_t to) {
-    double en = 0, eo = 0;
-    for (size_t i = from * 128; i < to * 128; ++i) {
-        en += double(near[i]) * near[i];
-        eo += double(out[i]) * out[i];
-    }
-    return 10.0 * std::log10(en / (eo > 0 ? eo : 1e-9));
-}
-
-// Echo reduction over each half second of `seconds`.
+// Echo reduction in dB over each half second of `seconds`, and the same as printable text.
 std::vector<double> reduction_curve(const std::vector<int16_t> &near,
-                                    const std::vector<int16_t> &out, int rate, int seconds) {
+                                    const std::vector<int16_t> &out, int rate, int seconds,
+                                    std::string *text) {
     std::vector<double> curve;
     for (int k = 1; k <= 2 * seconds; ++k) {
-        curve.push_back(reduction_db(near, out, (k - 1) * rate / 256, k * rate / 256));
+        double en = 0, eo = 0;  // over whole frames [(k - 1) rate / 256, k rate / 256)
+        for (size_t i = size_t((k - 1) * rate / 256) * 128; i < size_t(k * rate / 256) * 128; ++i) {
+            en += double(near[i]) * near[i];
+            eo += double(out[i]) * out[i];
+        }
+        curve.push_back(10.0 * std::log10(en / (eo > 0 ? eo : 1e-9)));
+        char item[16];
+        snprintf(item, sizeof item, " %.1f", curve.back());
+        *text += item;
     }
     return curve;
-}
-
-std::string format_curve(const std::vector<double> &curve) {
-    std::string text;
-    for (double db : curve) {
-        char item[16];
-        snprintf(item, sizeof item, " %.1f", db);
-        text += item;
-    }
-    return text;
 }
 
 class Recovery : public testing::TestWithParam<int> {};
@@ -250,8 +238,9 @@ TEST_P(Recovery, EchoReductionIsBackWithinTwoSeconds) {
 
     const Outputs after = process_split(aec, echo, frames);
     const auto report = [&](const char *what, const std::vector<int16_t> &out) {
-        const std::vector<double> curve = reduction_curve(echo.near, out, rate, 4);
-        printf("%5d Hz %-24s per 0.5 s:%s dB\n", rate, what, format_curve(curve).c_str());
+        std::string text;
+        const std::vector<double> curve = reduction_curve(echo.near, out, rate, 4, &text);
+        printf("%5d Hz %-24s per 0.5 s:%s dB\n", rate, what, text.c_str());
         return curve;
     };
     report("linear, fresh", fresh.linear);

@@ -1,4 +1,5 @@
 // Core tables and the start state of the echo-canceller core.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,6 +8,8 @@
 #include "instance.h"
 
 namespace {
+
+using testing::Each;
 
 TEST(CoreTables, WindowIsTheRisingHalfOfSqrtHann) {
     EXPECT_EQ(sqrtHanning, FloatingFftInWindow256);
@@ -40,7 +43,16 @@ TEST_P(CoreInit, StartState) {
     const aec_t &a = block->get()->aec_inst;
     EXPECT_EQ(a.sampFreq, rate);
     EXPECT_EQ(a.mult, rate / 8000);
-    EXPECT_EQ(a.noisePow, a.dInitMinPow);  // the start estimate until the tracker takes over
+    EXPECT_EQ(a.seed, 777u);
+    EXPECT_EQ(a.noisePow, a.dInitMinPow);
+    EXPECT_THAT(a.dMinPow, Each(500000.0f));
+    EXPECT_THAT(a.sd, Each(1.0f));
+    EXPECT_THAT(a.sy, Each(1.0f));
+    EXPECT_THAT(a.se, Each(0.0f));
+    EXPECT_THAT(a.overDrive, Each(2.0f));
+    EXPECT_THAT(a.overDriveSm, Each(2.0f));
+    EXPECT_THAT(a.targetSupp, Each(-1.5f));
+    EXPECT_THAT(a.minOverDrive, Each(1.0f));
     EXPECT_EQ(block->get()->FFT_workingBuff.is_fft_init, 1);
 }
 

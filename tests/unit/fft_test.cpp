@@ -39,18 +39,26 @@ TEST(Fft, BufferSizeFormulaAndBothPlansFit) {
 }
 
 // Unscaled forward transform in the packed layout: bin k's real and imaginary parts at 2k
-// and 2k + 1, the Nyquist value in its own pair (not the half-complex layout).
+// and 2k + 1, the Nyquist value in its own pair (not the half-complex layout). A unit impulse,
+// a constant 1 and noise.
 TEST(Fft, ForwardMatchesTheDirectDft) {
     Fft f;
-    const std::vector<float> x = qtest::uniform_noise(256, 1000.0f, 5);
-    float a[258] = {};
-    std::copy(x.begin(), x.end(), a);
-    f.forward(a);
-    // 1e-6 of the largest bin the input can give (256 x 1000).
-    for (int k = 0; k <= 128; ++k) {
-        const std::complex<double> want = qtest::ref_dft_bin(x.data(), k);
-        EXPECT_NEAR(a[2 * k], want.real(), 0.26) << "bin " << k;
-        EXPECT_NEAR(a[2 * k + 1], want.imag(), 0.26) << "bin " << k;
+    std::vector<float> impulse(256, 0.0f), constant(256, 1.0f);
+    impulse[0] = 1.0f;
+    for (const std::vector<float> &x : {impulse, constant, qtest::uniform_noise(256, 1000.0f, 5)}) {
+        float a[258] = {};
+        std::copy(x.begin(), x.end(), a);
+        f.forward(a);
+        double largest = 0;  // no bin can exceed the sum of the magnitudes
+        for (float v : x) {
+            largest += std::fabs(v);
+        }
+        const double tol = 1e-6 * largest;
+        for (int k = 0; k <= 128; ++k) {
+            const std::complex<double> want = qtest::ref_dft_bin(x.data(), k);
+            EXPECT_NEAR(a[2 * k], want.real(), tol) << "bin " << k;
+            EXPECT_NEAR(a[2 * k + 1], want.imag(), tol) << "bin " << k;
+        }
     }
 }
 

@@ -199,6 +199,19 @@ void expect_gains(const float *got, const std::vector<float> &want, const char *
     }
 }
 
+TEST(Overdrive, ZeroExponentGivesUnitGains) {
+    qtest::InstanceBlock block;
+    aec_workingbuf_t *buf = block.get();
+    for (int i = 0; i < 129; ++i) {
+        buf->hNl[i] = 0.01f + 0.007f * i;
+    }
+    Overdrive(buf, buf->hNl, 0.3f);  // overDriveSm all 0
+    for (int i = 0; i < 128; ++i) {
+        EXPECT_NEAR(buf->hNl[i], 1.0f, 0.002f) << i;  // the approximate power's accuracy
+    }
+    EXPECT_EQ(buf->hNl[128], 1.0f);
+}
+
 TEST(Overdrive, BandScanWithDefaultAndRepeatedEdges) {
     struct Case {
         std::vector<uint32_t> edges;
