@@ -23,26 +23,19 @@ std::vector<short> noise_frame(unsigned seed, size_t samples, int amplitude = 30
     return v;
 }
 
-template <typename Fn>
-std::string captured(Fn fn) {
-    fflush(stdout);
-    testing::internal::CaptureStdout();
-    fn();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
-
 const ALGO_AEC_RET kFail = static_cast<ALGO_AEC_RET>(-1);
 
 TEST(RunApi, NullHandlesReturnMinusOneWithTheirMessages) {
     std::vector<short> near(128), far(128);
     const std::string msg = "[ALGO_MSG_ERR] [AEC]Fail! The AecWorkingBuff is NULL\t\n";
     ALGO_AEC_RET r = ALGO_AEC_RET_SUCCESS;
-    EXPECT_EQ(captured([&] { r = QenAec_Run(nullptr, near.data(), far.data()); }), msg);
+    EXPECT_EQ(qtest::capture_stdout([&] { r = QenAec_Run(nullptr, near.data(), far.data()); }),
+              msg);
     EXPECT_EQ(r, kFail);
-    EXPECT_EQ(captured([&] { r = QenAec_ADF_Run(nullptr, near.data(), far.data()); }), msg);
+    EXPECT_EQ(qtest::capture_stdout([&] { r = QenAec_ADF_Run(nullptr, near.data(), far.data()); }),
+              msg);
     EXPECT_EQ(r, kFail);
-    EXPECT_EQ(captured([&] { r = QenAec_NLP_Run(nullptr, near.data()); }),
+    EXPECT_EQ(qtest::capture_stdout([&] { r = QenAec_NLP_Run(nullptr, near.data()); }),
               "[ALGO_MSG_ERR] The AecWorkingBuff is NULL\t\n");
     EXPECT_EQ(r, kFail);
 }
@@ -60,7 +53,7 @@ TEST(RunApi, UninitialisedOrFreedInstanceIsRefusedSilentlyAndUntouched) {
     for (AEC_HANDLE h : {static_cast<AEC_HANDLE>(zeroed.data()), handle}) {
         for (auto run : {QenAec_Run, QenAec_ADF_Run}) {
             ALGO_AEC_RET r = ALGO_AEC_RET_SUCCESS;
-            EXPECT_EQ(captured([&] { r = run(h, near.data(), far.data()); }), "");
+            EXPECT_EQ(qtest::capture_stdout([&] { r = run(h, near.data(), far.data()); }), "");
             EXPECT_EQ(r, kFail);
         }
     }
@@ -148,7 +141,7 @@ TEST_F(DumpEnv, UnknownSwitchValueFailsOnceThenConflicts) {
     qtest::ScopedEnv unknown("AUDIO_AEC_DUMP", "2");
     std::vector<short> near = noise_frame(1, 128), far = noise_frame(2, 128);
     ALGO_AEC_RET r = ALGO_AEC_RET_SUCCESS;
-    EXPECT_EQ(captured([&] { r = QenAec_Run(aec.get(), near.data(), far.data()); }),
+    EXPECT_EQ(qtest::capture_stdout([&] { r = QenAec_Run(aec.get(), near.data(), far.data()); }),
               "[ALGO_MSG_ERR] [DebugDumpDataInit]Fail! Dump AEC export error.\t\n");
     EXPECT_EQ(r, ALGO_AEC_RET_INIT_ERROR);
     // The run flag was left set by the failure.
