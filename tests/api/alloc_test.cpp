@@ -2,8 +2,6 @@
 // reading the message-level file before the call returns. A malloc interposer counts.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +9,7 @@
 #include <vector>
 
 #include "qen_aec.h"
+#include "scratch.h"
 
 extern "C" {
 void *__libc_malloc(size_t);
@@ -88,7 +87,6 @@ Counted count(F &&fn) {
 
 class Allocations : public testing::Test {
 protected:
-    std::string dml;
     void SetUp() override {
 #if defined(__SANITIZE_ADDRESS__)
         GTEST_SKIP() << "the sanitizer owns malloc";
@@ -97,21 +95,10 @@ protected:
         // library that a printed message could otherwise be blamed for. Take it now.
         printf("warming up stdout\n");
         fflush(stdout);
-        char path[] = "/tmp/qenaec-dml-XXXXXX";
-        const int fd = mkstemp(path);
-        ASSERT_GE(fd, 0);
-        const char json[] = "{\"debug_level\": 7}";
-        ASSERT_EQ(write(fd, json, strlen(json)), static_cast<ssize_t>(strlen(json)));
-        close(fd);
-        dml = path;
-        setenv("DML_PATH", dml.c_str(), 1);
-        unsetenv("AUDIO_AEC_DUMP");
     }
-    void TearDown() override {
-        if (!dml.empty()) {
-            unlink(dml.c_str());
-        }
-    }
+    qtest::TempDir dir_;
+    qtest::ScopedEnv dml_{"DML_PATH", dir_.write_file("level.json", "{\"debug_level\": 7}")};
+    qtest::ScopedEnv dump_{"AUDIO_AEC_DUMP", std::nullopt};
 };
 
 TEST_F(Allocations, SetupCallsFreeWhatTheyTakeBeforeReturning) {

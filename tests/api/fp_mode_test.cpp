@@ -4,13 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cfenv>
-#include <vector>
 
 #if defined(__SSE__)
 #include <xmmintrin.h>
 #endif
 
-#include "qen_aec.h"
+#include "scenario.h"
 
 namespace {
 
@@ -30,9 +29,8 @@ class FpMode : public testing::TestWithParam<int> {};
 // Each caller mode in turn: the default, upward rounding, and upward rounding with denormals
 // already flushed (which the library must not clear on its way out either).
 TEST_P(FpMode, RunFunctionsRestoreTheCallersMode) {
-    std::vector<char> block(QenAec_GetBufferSize());
-    AudioAecInit init = {128, 1, 1, QEN_AEC_SAMPLE_RATE_16000};
-    AEC_HANDLE h = QenAec_Init(block.data(), &init);
+    const e2e::Aec aec;
+    const AEC_HANDLE h = aec.get();
     ASSERT_NE(h, nullptr);
     short near[128], far[128];
     for (int i = 0; i < 128; ++i) {
@@ -55,21 +53,16 @@ TEST_P(FpMode, RunFunctionsRestoreTheCallersMode) {
     const int round = fegetround();
     const unsigned bits = control_bits();
 
-    EXPECT_EQ(QenAec_Run(h, near, far), ALGO_AEC_RET_SUCCESS);
-    EXPECT_EQ(fegetround(), round) << "after Run";
-    EXPECT_EQ(control_bits(), bits) << "after Run";
-    EXPECT_EQ(QenAec_ADF_Run(h, near, far), ALGO_AEC_RET_SUCCESS);
-    EXPECT_EQ(fegetround(), round) << "after ADF_Run";
-    EXPECT_EQ(control_bits(), bits) << "after ADF_Run";
-    EXPECT_EQ(QenAec_NLP_Run(h, near), ALGO_AEC_RET_SUCCESS);
-    EXPECT_EQ(fegetround(), round) << "after NLP_Run";
-    EXPECT_EQ(control_bits(), bits) << "after NLP_Run";
+    for (e2e::Mode mode : {e2e::Mode::kFull, e2e::Mode::kLinear, e2e::Mode::kSplit}) {
+        EXPECT_EQ(e2e::run_frame(h, near, far, mode), ALGO_AEC_RET_SUCCESS);
+        EXPECT_EQ(fegetround(), round) << "mode " << int(mode);
+        EXPECT_EQ(control_bits(), bits) << "mode " << int(mode);
+    }
 
     fesetround(saved_round);
 #if defined(__SSE__)
     _mm_setcsr(saved_csr);
 #endif
-    QenAec_Free(h);
 }
 
 INSTANTIATE_TEST_SUITE_P(CallerModes, FpMode, testing::Values(0, 1, 2));

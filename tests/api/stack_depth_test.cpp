@@ -11,7 +11,7 @@
 #include <cstring>
 #include <vector>
 
-#include "../e2e/scenario.h"
+#include "scenario.h"
 #include "qen_aec.h"
 
 namespace {
@@ -80,16 +80,13 @@ TEST_P(StackDepth, OneRunStaysWithinEightKilobytes) {
     s.near_channels = s.far_channels = 2;
     s.seconds = 1.0;
     const e2e::Signals in = e2e::make_signals(s);
-    AudioAecInit init = {128, 2, 2, static_cast<QEN_AEC_SAMPLE_RATE>(s.rate)};
-    AudioAecConfig cfg = {QEN_AEC_TRUE, 0, {4, 6, 36, 49, 50, 51}, {5, 4, 4, 5, 10, 10, 10}};
 
     size_t depth[2] = {};
     for (int pass = 0; pass < 2; ++pass) {
-        std::vector<char> block(QenAec_GetBufferSize());
+        const e2e::Aec aec(s.rate, 2, 2, 1);
         Frames f;
-        f.handle = QenAec_Init(block.data(), &init);
+        f.handle = aec.get();
         ASSERT_NE(f.handle, nullptr);
-        ASSERT_EQ(QenAec_Config(f.handle, &cfg), ALGO_AEC_RET_SUCCESS);
         f.near = in.near;
         f.far = in.far;
         f.frames = in.frames;
@@ -100,7 +97,6 @@ TEST_P(StackDepth, OneRunStaysWithinEightKilobytes) {
             depth[0] = painted_depth(idle, nullptr);
             depth[1] = painted_depth(run_frames, &f);
         }
-        QenAec_Free(f.handle);
     }
     ASSERT_LT(depth[1], kStackBytes) << "the frames used the whole painted stack";
     const size_t run_depth = depth[1] - depth[0];

@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 namespace cli {
@@ -125,11 +124,6 @@ std::vector<int16_t> read_raw(const std::string &path) {
 bool file_exists(const std::string &path) {
     std::error_code ec;
     return std::filesystem::exists(path, ec);
-}
-
-std::string read_text(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 double json_number(const std::string &json, const std::string &key) {

@@ -76,14 +76,12 @@ TEST_F(Replay, ReportsTheFirstDifferingFrame) {
     EXPECT_NE(r.out.find("SNR: "), std::string::npos) << r.out;
 }
 
-TEST_F(Replay, NeedsTheTuningTheDeviceUsed) {
-    record({"--ratio", "4", "--intensity", "9,9,9,9,9,9,9"});
-    EXPECT_EQ(replay({"--ratio", "4", "--intensity", "9,9,9,9,9,9,9"}).status, 0);
+TEST_F(Replay, NeedsTheSettingsTheDeviceUsed) {
+    const std::vector<std::string> tuning = {"--ratio", "4", "--intensity", "9,9,9,9,9,9,9"};
+    record(tuning);
+    EXPECT_EQ(replay(tuning).status, 0);
     EXPECT_EQ(replay({"--ratio", "4"}).status, 3);
     EXPECT_EQ(replay().status, 3);
-}
-
-TEST_F(Replay, LinearDumpsReplayInLinearMode) {
     record({"--mode", "linear"});
     EXPECT_EQ(replay({"--mode", "linear"}).status, 0);
     EXPECT_EQ(replay().status, 3);

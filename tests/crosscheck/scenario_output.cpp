@@ -13,10 +13,13 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
-#include "../e2e/scenario.h"
+#include "scenario.h"
 
 namespace {
 
@@ -86,16 +89,11 @@ Files produce() {
 
 bool write_files(Files &f, const std::string &dir) {
     for (int i = 0; i < 4; ++i) {
-        const std::string path = dir + "/" + kNames[i];
-        FILE *out = std::fopen(path.c_str(), "wb");
         const Pcm &pcm = *member(f, i);
-        const bool ok = out != nullptr &&
-                        std::fwrite(pcm.data(), sizeof(int16_t), pcm.size(), out) == pcm.size();
-        if (out != nullptr) {
-            std::fclose(out);
-        }
-        if (!ok) {
-            std::fprintf(stderr, "crosscheck: cannot write %s\n", path.c_str());
+        std::ofstream out(dir + "/" + kNames[i], std::ios::binary);
+        out.write(reinterpret_cast<const char *>(pcm.data()), std::streamsize(pcm.size() * 2));
+        if (!out) {
+            std::fprintf(stderr, "crosscheck: cannot write %s/%s\n", dir.c_str(), kNames[i]);
             return false;
         }
     }
@@ -104,18 +102,15 @@ bool write_files(Files &f, const std::string &dir) {
 
 bool read_files(Files &f, const std::string &dir) {
     for (int i = 0; i < 4; ++i) {
-        const std::string path = dir + "/" + kNames[i];
-        FILE *in = std::fopen(path.c_str(), "rb");
-        if (in == nullptr) {
-            std::fprintf(stderr, "crosscheck: no reference %s\n", path.c_str());
+        std::ifstream in(dir + "/" + kNames[i], std::ios::binary);
+        const std::string bytes((std::istreambuf_iterator<char>(in)), {});
+        if (!in.is_open()) {
+            std::fprintf(stderr, "crosscheck: no reference %s/%s\n", dir.c_str(), kNames[i]);
             return false;
         }
         Pcm &pcm = *member(f, i);
-        int16_t v;
-        while (std::fread(&v, sizeof v, 1, in) == 1) {
-            pcm.push_back(v);
-        }
-        std::fclose(in);
+        pcm.resize(bytes.size() / 2);
+        std::memcpy(pcm.data(), bytes.data(), pcm.size() * 2);
     }
     return true;
 }

@@ -1,6 +1,7 @@
-// A synthetic echo scenario for end-to-end tests, driven through the public API only:
-// amplitude-modulated white noise on the loudspeaker, its echo through a decaying random
-// room response on the microphone(s), plus a little microphone noise.
+// Public-API scaffolding shared by the suites: an instance in a block of its own, and a
+// synthetic echo scenario (amplitude-modulated white noise on the loudspeaker, its echo
+// through a decaying random room response on the microphone(s), plus a little microphone
+// noise).
 #pragma once
 
 #include <cmath>
@@ -150,42 +151,78 @@ inline Signals make_signals(const Scenario &s) {
     return out;
 }
 
+// One instance in a block of its own, released at the end of the scope. With `comfort_noise`
+// 0 or 1 Config runs with the default bands; below 0 the instance keeps what Init installed.
+class Aec {
+public:
+    explicit Aec(int rate = 16000, int near_channels = 1, int far_channels = 1,
+                 int comfort_noise = -1)
+        : block_(QenAec_GetBufferSize()) {
+        AudioAecInit init = {128, static_cast<uint32_t>(near_channels),
+                             static_cast<uint32_t>(far_channels),
+                             static_cast<QEN_AEC_SAMPLE_RATE>(rate)};
+        h_ = QenAec_Init(reinterpret_cast<char *>(block_.data()), &init);
+        AudioAecConfig cfg = {comfort_noise > 0 ? QEN_AEC_TRUE : QEN_AEC_FALSE,
+                              0,
+                              {4, 6, 36, 49, 50, 51},
+                              {5, 4, 4, 5, 10, 10, 10}};
+        if (h_ != nullptr && comfort_noise >= 0 &&
+            QenAec_Config(h_, &cfg) != ALGO_AEC_RET_SUCCESS) {
+            release();
+        }
+    }
+    ~Aec() { release(); }
+    Aec(const Aec &) = delete;
+    Aec &operator=(const Aec &) = delete;
+    AEC_HANDLE get() const { return h_; }
+    const unsigned char *block() const { return block_.data(); }
+    void release() {
+        if (h_ != nullptr) {
+            QenAec_Free(h_);
+            h_ = nullptr;
+        }
+    }
+
+private:
+    std::vector<unsigned char> block_;
+    AEC_HANDLE h_ = nullptr;
+};
+
 enum class Mode { kFull, kLinear, kSplit };
 
-// Runs every frame through a fresh instance; returns the processed near end.
-inline std::vector<int16_t> process(const Scenario &s, const Signals &in, Mode mode,
-                                    ALGO_AEC_RET *first_error = nullptr) {
-    std::vector<unsigned char> block(QenAec_GetBufferSize());
-    AudioAecInit init = {128, static_cast<uint32_t>(s.near_channels),
-                         static_cast<uint32_t>(s.far_channels),
-                         static_cast<QEN_AEC_SAMPLE_RATE>(s.rate)};
-    AEC_HANDLE h = QenAec_Init(reinterpret_cast<char *>(block.data()), &init);
+// Runs one frame in `mode`; the first failing call's code.
+inline ALGO_AEC_RET run_frame(AEC_HANDLE h, short *near, short *far, Mode mode) {
+    if (mode == Mode::kFull) {
+        return QenAec_Run(h, near, far);
+    }
+    const ALGO_AEC_RET r = QenAec_ADF_Run(h, near, far);
+    return r == ALGO_AEC_RET_SUCCESS && mode == Mode::kSplit ? QenAec_NLP_Run(h, near) : r;
+}
+
+// Runs every frame of `in` through `h`; returns the processed near end.
+inline std::vector<int16_t> process_on(AEC_HANDLE h, const Scenario &s, const Signals &in,
+                                       Mode mode, ALGO_AEC_RET *first_error = nullptr) {
     std::vector<int16_t> out = in.near;
     std::vector<int16_t> far = in.far;
     ALGO_AEC_RET err = h == nullptr ? ALGO_AEC_RET_INVALID_HANDLE : ALGO_AEC_RET_SUCCESS;
     for (size_t f = 0; h != nullptr && f < in.frames; ++f) {
-        short *near = out.data() + f * 128 * s.near_channels;
-        short *farp = far.data() + f * 128 * s.far_channels;
-        ALGO_AEC_RET r = ALGO_AEC_RET_SUCCESS;
-        if (mode == Mode::kFull) {
-            r = QenAec_Run(h, near, farp);
-        } else {
-            r = QenAec_ADF_Run(h, near, farp);
-            if (r == ALGO_AEC_RET_SUCCESS && mode == Mode::kSplit) {
-                r = QenAec_NLP_Run(h, near);
-            }
-        }
+        const ALGO_AEC_RET r = run_frame(h, out.data() + f * 128 * s.near_channels,
+                                         far.data() + f * 128 * s.far_channels, mode);
         if (r != ALGO_AEC_RET_SUCCESS && err == ALGO_AEC_RET_SUCCESS) {
             err = r;
         }
-    }
-    if (h != nullptr) {
-        QenAec_Free(h);
     }
     if (first_error != nullptr) {
         *first_error = err;
     }
     return out;
+}
+
+// The same through a fresh instance that never sees Config.
+inline std::vector<int16_t> process(const Scenario &s, const Signals &in, Mode mode,
+                                    ALGO_AEC_RET *first_error = nullptr) {
+    Aec aec(s.rate, s.near_channels, s.far_channels);
+    return process_on(aec.get(), s, in, mode, first_error);
 }
 
 // 10 log10(sum near^2 / sum out^2) over the last `seconds`.

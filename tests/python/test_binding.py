@@ -41,16 +41,12 @@ class Codes(unittest.TestCase):
         self.assertEqual(declared, qenaec.RET_CODES)
 
     def test_failures_raise_with_the_code_named(self):
-        bad_edges = (10, 9, 20, 30, 40, 126)
+        # One call per code; -1 must not wrap into an accepted unsigned ratio.
         cases = [
             (lambda a: qenaec.Canceller(44100), "ALGO_AEC_RET_INVALID_SAMPLE_RATE"),
             (lambda a: qenaec.Canceller(16000, near_channels=3), "ALGO_AEC_RET_INVALID_CHANNEL"),
-            (lambda a: qenaec.Canceller(16000, far_channels=0), "ALGO_AEC_RET_INVALID_CHANNEL"),
-            (lambda a: a.set_recursive_ratio(0), "ALGO_AEC_RET_INVALID_RECURSIVE_RATIO"),
-            (lambda a: a.set_recursive_ratio(11), "ALGO_AEC_RET_INVALID_RECURSIVE_RATIO"),
             (lambda a: a.set_recursive_ratio(-1), "ALGO_AEC_RET_INVALID_RECURSIVE_RATIO"),
-            (lambda a: a.config(suppression_mode_freq=bad_edges), "ALGO_AEC_RET_INVALID_SUP_BAND"),
-            (lambda a: a.config(suppression_mode_freq=(0, 5, 9, 20, 30, 40)),
+            (lambda a: a.config(suppression_mode_freq=(10, 9, 20, 30, 40, 126)),
              "ALGO_AEC_RET_INVALID_SUP_BAND"),
             (lambda a: a.config(suppression_mode_intensity=(0, 0, 0, 26, 0, 0, 0)),
              "ALGO_AEC_RET_INVALID_SUP_MODE"),

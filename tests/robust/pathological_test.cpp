@@ -11,8 +11,9 @@
 #include <tuple>
 #include <vector>
 
-#include "../e2e/scenario.h"
+#include "scenario.h"
 #include "fixture.h"
+#include "float_state.h"
 #include "instance.h"
 #include "qen_aec.h"
 
@@ -29,129 +30,13 @@ constexpr double kSilenceSeconds = 120.0;
 constexpr bool kSplitPathToo = true;
 #endif
 
-struct FloatSpan {
-    const char *name;
-    const float *p;
-    size_t n;
-};
-
-#define SPAN(rec, field)                                                                 \
-    FloatSpan {                                                                          \
-#field, reinterpret_cast < const float *>(&(rec).field), sizeof((rec).field) / 4 \
-    }
-
-// Every float of the instance that a frame can write.
-std::vector<FloatSpan> float_state(const aec_workingbuf_t &b) {
-    const aec_t &c = b.aec_inst;
-    const MdfEchoState &m = b.mdf_workingbuff;
-    return {SPAN(c, eBuf),
-            SPAN(c, yBuf),
-            SPAN(c, xPow),
-            SPAN(c, dPow),
-            SPAN(c, dMinPow),
-            SPAN(c, dInitMinPow),
-            SPAN(c, wfBuf),
-            SPAN(c, sde),
-            SPAN(c, syd),
-            SPAN(c, sy),
-            SPAN(c, sd),
-            SPAN(c, se),
-            SPAN(c, hNlFbMin),
-            SPAN(c, hNlFbLocalMin),
-            SPAN(c, hNlXdAvgMin),
-            SPAN(c, overDrive),
-            SPAN(c, overDriveSm),
-            SPAN(c, outBuf),
-            SPAN(m, spec_average),
-            SPAN(m, sum_adapt),
-            SPAN(m, leak_estimate),
-            SPAN(m, x),
-            SPAN(m, X),
-            SPAN(m, input),
-            SPAN(m, last_y),
-            SPAN(m, PHI),
-            SPAN(m, foreground),
-            SPAN(m, Davg1),
-            SPAN(m, Davg2),
-            SPAN(m, Dvar1),
-            SPAN(m, Dvar2),
-            SPAN(m, power),
-            SPAN(m, power_1),
-            SPAN(m, wtmp),
-            SPAN(m, Rf),
-            SPAN(m, Yf),
-            SPAN(m, Eh),
-            SPAN(m, Yh),
-            SPAN(m, Pey),
-            SPAN(m, Pyy),
-            SPAN(m, prop),
-            SPAN(m, memX),
-            SPAN(m, memD),
-            SPAN(m, memE),
-            SPAN(m, notch_mem),
-            SPAN(b, AudioNearEnd),
-            SPAN(b, AudioFarEnd),
-            SPAN(b, fft_aec_buf),
-            SPAN(b, xf),
-            SPAN(b, xfw),
-            SPAN(b, yf),
-            SPAN(b, yfw),
-            SPAN(b, ef),
-            SPAN(b, efw),
-            SPAN(b, dfw),
-            SPAN(b, hNl),
-            SPAN(b, FarEndMean),
-            SPAN(b, FFT_workingBuff.fft_Ne10_out),
-            SPAN(b, mdf_echo),
-            SPAN(b, mdf_error)};
-}
-
-// "field[index]" of the first non-finite float, or an empty string.
 std::string first_non_finite(const aec_workingbuf_t &b) {
-    for (const FloatSpan &s : float_state(b)) {
-        for (size_t i = 0; i < s.n; ++i) {
-            if (!std::isfinite(s.p[i])) {
-                return std::string(s.name) + "[" + std::to_string(i) + "]";
-            }
-        }
-    }
-    return {};
+    return qtest::first_float(b, [](float v) { return !std::isfinite(v); });
 }
 
-// One instance in a block of its own, released at the end of the scope.
-class Instance {
-public:
-    Instance(int rate, int near_channels, int far_channels, bool comfort_noise)
-        : block_(QenAec_GetBufferSize()), channels_{near_channels, far_channels} {
-        AudioAecInit init = {128, static_cast<uint32_t>(near_channels),
-                             static_cast<uint32_t>(far_channels),
-                             static_cast<QEN_AEC_SAMPLE_RATE>(rate)};
-        handle_ = QenAec_Init(reinterpret_cast<char *>(block_.data()), &init);
-        AudioAecConfig cfg = {comfort_noise ? QEN_AEC_TRUE : QEN_AEC_FALSE,
-                              0,
-                              {4, 6, 36, 49, 50, 51},
-                              {5, 4, 4, 5, 10, 10, 10}};
-        if (handle_ != nullptr) {
-            QenAec_Config(handle_, &cfg);
-        }
-    }
-    ~Instance() {
-        if (handle_ != nullptr) {
-            QenAec_Free(handle_);
-        }
-    }
-    AEC_HANDLE handle() const { return handle_; }
-    const aec_workingbuf_t &state() const {
-        return *reinterpret_cast<const aec_workingbuf_t *>(block_.data());
-    }
-    int near_channels() const { return channels_[0]; }
-    int far_channels() const { return channels_[1]; }
-
-private:
-    std::vector<unsigned char> block_;
-    AEC_HANDLE handle_ = nullptr;
-    int channels_[2];
-};
+const aec_workingbuf_t &state(const e2e::Aec &aec) {
+    return *reinterpret_cast<const aec_workingbuf_t *>(aec.block());
+}
 
 using Signal = int16_t (*)(size_t t, int rate, int ch);
 
@@ -207,21 +92,21 @@ const Case kCases[] = {
 };
 
 TEST(FloatState, ThePlantedNonFiniteValueIsFound) {
-    Instance aec(16000, 1, 1, true);
-    ASSERT_EQ(first_non_finite(aec.state()), "");
-    auto &state = const_cast<aec_workingbuf_t &>(aec.state());
-    state.mdf_workingbuff.foreground[2063] = INFINITY;
-    EXPECT_EQ(first_non_finite(aec.state()), "foreground[2063]");
-    state.mdf_error[255] = NAN;
-    state.aec_inst.eBuf[3] = NAN;
-    EXPECT_EQ(first_non_finite(aec.state()), "eBuf[3]");
+    e2e::Aec aec(16000, 1, 1, 1);
+    ASSERT_EQ(first_non_finite(state(aec)), "");
+    auto &b = const_cast<aec_workingbuf_t &>(state(aec));
+    b.mdf_workingbuff.foreground[2063] = INFINITY;
+    EXPECT_EQ(first_non_finite(b), "foreground[2063]");
+    b.mdf_error[255] = NAN;
+    b.aec_inst.eBuf[3] = NAN;
+    EXPECT_EQ(first_non_finite(b), "eBuf[3]");
 }
 
 enum class Path { kRun, kSplit };
 
 // Feeds the case for its duration, stopping at the first frame that fails a check.
-void feed(Instance &aec, const Case &c, int rate, Path path) {
-    const int nch = aec.near_channels(), fch = aec.far_channels();
+void feed(const e2e::Aec &aec, const Case &c, int rate, Path path) {
+    const int nch = c.channels, fch = c.channels;
     std::vector<int16_t> near(128 * nch), far(128 * fch);
     const size_t frames = static_cast<size_t>(c.seconds * rate / 128);
     for (size_t f = 0; f < frames; ++f) {
@@ -234,20 +119,19 @@ void feed(Instance &aec, const Case &c, int rate, Path path) {
         }
         ALGO_AEC_RET r = ALGO_AEC_RET_SUCCESS;
         if (path == Path::kRun) {
-            r = QenAec_Run(aec.handle(), near.data(), far.data());
+            r = QenAec_Run(aec.get(), near.data(), far.data());
         } else {
-            r = QenAec_ADF_Run(aec.handle(), near.data(), far.data());
-            const std::string after_linear = first_non_finite(aec.state());
-            ASSERT_EQ(after_linear, "") << "after the linear stage of frame " << f;
+            r = QenAec_ADF_Run(aec.get(), near.data(), far.data());
+            ASSERT_EQ(first_non_finite(state(aec)), "") << "after the linear stage of frame " << f;
             if (r == ALGO_AEC_RET_SUCCESS) {
-                r = QenAec_NLP_Run(aec.handle(), near.data());
+                r = QenAec_NLP_Run(aec.get(), near.data());
             }
         }
         ASSERT_EQ(r, ALGO_AEC_RET_SUCCESS) << "frame " << f;
         // Over minutes, every 50th frame: a non-finite value, once in, stays in the state.
         if (c.seconds < kSilenceSeconds || f % 50 == 0 || f + 1 == frames) {
-            const std::string bad = first_non_finite(aec.state());
-            ASSERT_EQ(bad, "") << "non-finite after frame " << f << " of " << frames;
+            ASSERT_EQ(first_non_finite(state(aec)), "")
+                << "non-finite after frame " << f << " of " << frames;
         }
     }
 }
@@ -262,14 +146,13 @@ TEST_P(Pathological, EveryFloatStaysFinite) {
     // The linear stage warns on stderr at each divergence reset; keep the log readable.
     qtest::capture_stderr([&] {
         // Comfort noise on: the noise-floor tracker runs too.
-        Instance run(rate, c.channels, c.channels, true);
-        ASSERT_NE(run.handle(), nullptr);
+        const e2e::Aec run(rate, c.channels, c.channels, 1);
+        ASSERT_NE(run.get(), nullptr);
         feed(run, c, rate, Path::kRun);
         if (c.seconds >= kSilenceSeconds || !kSplitPathToo) {
             return;  // the long silence once is enough
         }
-        Instance split(rate, c.channels, c.channels, true);
-        feed(split, c, rate, Path::kSplit);
+        feed(e2e::Aec(rate, c.channels, c.channels, 1), c, rate, Path::kSplit);
     });
 }
 
@@ -281,35 +164,23 @@ INSTANTIATE_TEST_SUITE_P(RatesAndSignals, Pathological,
                                     std::to_string(std::get<0>(info.param)) + "Hz";
                          });
 
-// Echo reduction in dB of `out` against `near` over frames [from, to).
-double reduction_db(const std::vector<int16_t> &near, const std::vector<int16_t> &out, size_t from,
-                    size_t to) {
-    double en = 0, eo = 0;
-    for (size_t i = from * 128; i < to * 128; ++i) {
-        en += double(near[i]) * near[i];
-        eo += double(out[i]) * out[i];
-    }
-    return 10.0 * std::log10(en / (eo > 0 ? eo : 1e-9));
-}
-
-// Echo reduction over each half second of `seconds`.
+// Echo reduction in dB over each half second of `seconds`, and the same as printable text.
 std::vector<double> reduction_curve(const std::vector<int16_t> &near,
-                                    const std::vector<int16_t> &out, int rate, int seconds) {
+                                    const std::vector<int16_t> &out, int rate, int seconds,
+                                    std::string *text) {
     std::vector<double> curve;
     for (int k = 1; k <= 2 * seconds; ++k) {
-        curve.push_back(reduction_db(near, out, (k - 1) * rate / 256, k * rate / 256));
+        double en = 0, eo = 0;  // over whole frames [(k - 1) rate / 256, k rate / 256)
+        for (size_t i = size_t((k - 1) * rate / 256) * 128; i < size_t(k * rate / 256) * 128; ++i) {
+            en += double(near[i]) * near[i];
+            eo += double(out[i]) * out[i];
+        }
+        curve.push_back(10.0 * std::log10(en / (eo > 0 ? eo : 1e-9)));
+        char item[16];
+        snprintf(item, sizeof item, " %.1f", curve.back());
+        *text += item;
     }
     return curve;
-}
-
-std::string format_curve(const std::vector<double> &curve) {
-    std::string text;
-    for (double db : curve) {
-        char item[16];
-        snprintf(item, sizeof item, " %.1f", db);
-        text += item;
-    }
-    return text;
 }
 
 class Recovery : public testing::TestWithParam<int> {};
@@ -321,14 +192,14 @@ struct Outputs {
     std::vector<int16_t> full;
 };
 
-Outputs process_split(Instance &aec, const e2e::Signals &echo, size_t frames) {
+Outputs process_split(const e2e::Aec &aec, const e2e::Signals &echo, size_t frames) {
     Outputs o{echo.near, echo.near};
     std::vector<int16_t> far = echo.far;
     for (size_t f = 0; f < frames; ++f) {
         short *frame = o.linear.data() + f * 128;
-        EXPECT_EQ(QenAec_ADF_Run(aec.handle(), frame, far.data() + f * 128), ALGO_AEC_RET_SUCCESS);
+        EXPECT_EQ(QenAec_ADF_Run(aec.get(), frame, far.data() + f * 128), ALGO_AEC_RET_SUCCESS);
         std::copy(frame, frame + 128, o.full.data() + f * 128);
-        EXPECT_EQ(QenAec_NLP_Run(aec.handle(), o.full.data() + f * 128), ALGO_AEC_RET_SUCCESS);
+        EXPECT_EQ(QenAec_NLP_Run(aec.get(), o.full.data() + f * 128), ALGO_AEC_RET_SUCCESS);
     }
     return o;
 }
@@ -347,8 +218,8 @@ TEST_P(Recovery, EchoReductionIsBackWithinTwoSeconds) {
     const size_t frames = echo.frames, burst = 2 * rate / 128;
 
     // Comfort noise off: its floor would cap the reduction measured.
-    Instance aec(rate, 1, 1, false);
-    ASSERT_NE(aec.handle(), nullptr);
+    const e2e::Aec aec(rate, 1, 1, 0);
+    ASSERT_NE(aec.get(), nullptr);
     const Outputs fresh = process_split(aec, echo, frames);
 
     const std::string warnings = qtest::capture_stderr([&] {
@@ -358,8 +229,8 @@ TEST_P(Recovery, EchoReductionIsBackWithinTwoSeconds) {
                 near[i] = square<440>(f * 128 + i, rate, 0);
                 loud[i] = alternating(i, rate, 0);
             }
-            ASSERT_EQ(QenAec_Run(aec.handle(), near.data(), loud.data()), ALGO_AEC_RET_SUCCESS);
-            ASSERT_EQ(first_non_finite(aec.state()), "") << "burst frame " << f;
+            ASSERT_EQ(QenAec_Run(aec.get(), near.data(), loud.data()), ALGO_AEC_RET_SUCCESS);
+            ASSERT_EQ(first_non_finite(state(aec)), "") << "burst frame " << f;
         }
     });
     EXPECT_NE(warnings.find("got slapped (reset)"), std::string::npos)
@@ -367,8 +238,9 @@ TEST_P(Recovery, EchoReductionIsBackWithinTwoSeconds) {
 
     const Outputs after = process_split(aec, echo, frames);
     const auto report = [&](const char *what, const std::vector<int16_t> &out) {
-        const std::vector<double> curve = reduction_curve(echo.near, out, rate, 4);
-        printf("%5d Hz %-24s per 0.5 s:%s dB\n", rate, what, format_curve(curve).c_str());
+        std::string text;
+        const std::vector<double> curve = reduction_curve(echo.near, out, rate, 4, &text);
+        printf("%5d Hz %-24s per 0.5 s:%s dB\n", rate, what, text.c_str());
         return curve;
     };
     report("linear, fresh", fresh.linear);

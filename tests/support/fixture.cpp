@@ -33,20 +33,4 @@ std::unique_ptr<InstanceBlock> make_instance(int rate) {
     return block;
 }
 
-std::string capture_stdout(const std::function<void()> &fn) {
-    fflush(stdout);
-    testing::internal::CaptureStdout();
-    fn();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
-
-std::string capture_stderr(const std::function<void()> &fn) {
-    fflush(stderr);
-    testing::internal::CaptureStderr();
-    fn();
-    fflush(stderr);
-    return testing::internal::GetCapturedStderr();
-}
-
 }  // namespace qtest

@@ -1,13 +1,13 @@
 // Test helpers: an instance block set up the way instance initialisation does it (core state,
-// FFT plans, adaptive filter) without going through the public API, and output capture.
+// FFT plans, adaptive filter) without going through the public API.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "instance.h"
+#include "scratch.h"
 
 namespace qtest {
 
@@ -27,8 +27,5 @@ private:
 // Core state, FFT and adaptive filter initialised at `rate`, defaults as after instance set-up
 // (mono, 128 samples per frame).
 std::unique_ptr<InstanceBlock> make_instance(int rate);
-
-std::string capture_stdout(const std::function<void()> &fn);
-std::string capture_stderr(const std::function<void()> &fn);
 
 }  // namespace qtest

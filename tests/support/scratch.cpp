@@ -1,8 +1,11 @@
 #include "scratch.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 
@@ -52,6 +55,27 @@ long file_size(const std::string &path) {
     std::error_code ec;
     const auto size = std::filesystem::file_size(path, ec);
     return ec ? -1 : static_cast<long>(size);
+}
+
+std::string read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string capture_stdout(const std::function<void()> &fn) {
+    fflush(stdout);
+    testing::internal::CaptureStdout();
+    fn();
+    fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+std::string capture_stderr(const std::function<void()> &fn) {
+    fflush(stderr);
+    testing::internal::CaptureStderr();
+    fn();
+    fflush(stderr);
+    return testing::internal::GetCapturedStderr();
 }
 
 }  // namespace qtest

@@ -1,7 +1,9 @@
-// Test helpers for code that reads the environment and the file system: an environment
-// variable set (or unset) for one scope, and a fresh temporary directory removed afterwards.
+// Test helpers for code that reads the environment and the file system or prints: an
+// environment variable set (or unset) for one scope, a fresh temporary directory removed
+// afterwards, and the text a call prints.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -37,5 +39,10 @@ private:
 
 // Size of a file in bytes, or -1 when it does not exist.
 long file_size(const std::string &path);
+// The whole file (empty when it cannot be read).
+std::string read_file(const std::string &path);
+
+std::string capture_stdout(const std::function<void()> &fn);
+std::string capture_stderr(const std::function<void()> &fn);
 
 }  // namespace qtest

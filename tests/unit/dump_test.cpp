@@ -29,7 +29,9 @@ protected:
                             buf()->output_dump};
         return streams[k];
     }
-    int init_with(const char *value, std::string *out = nullptr) {
+    bool all_closed() { return !stream(0) && !stream(1) && !stream(2) && !stream(3); }
+    bool all_open() { return stream(0) && stream(1) && stream(2) && stream(3); }
+    int init_with(std::optional<std::string> value, std::string *out = nullptr) {
         qtest::ScopedEnv env("AUDIO_AEC_DUMP", value);
         int result = 0;
         const std::string text = qtest::capture_stdout([&] { result = DebugDumpDataInit(buf()); });
@@ -44,24 +46,17 @@ protected:
     qtest::InstanceBlock block_;
 };
 
-TEST_F(Dump, UnsetSwitchOpensNothing) {
-    qtest::ScopedEnv env("AUDIO_AEC_DUMP", std::nullopt);
-    EXPECT_EQ(DebugDumpDataInit(buf()), 0);
+TEST_F(Dump, SwitchingOnOffOnTruncatesAndClosesEachFileOnce) {
+    EXPECT_EQ(init_with(std::nullopt), 0);  // unset: nothing opened
     EXPECT_EQ(buf()->dump_flag, 0);
-    for (int k = 0; k < 4; ++k) {
-        EXPECT_EQ(stream(k), nullptr);
-        EXPECT_EQ(qtest::file_size(dump_file(dir_.path(), kKinds[k], 7)), -1);
-    }
-}
+    EXPECT_TRUE(all_closed());
+    EXPECT_EQ(qtest::file_size(dump_file(dir_.path(), "near_end", 7)), -1);
 
-TEST_F(Dump, SwitchingOnOffOnTruncates) {
     std::string out;
     ASSERT_EQ(init_with("1", &out), 0);
     EXPECT_EQ(out, "");
     EXPECT_EQ(buf()->dump_flag, 1);
-    for (int k = 0; k < 4; ++k) {
-        ASSERT_NE(stream(k), nullptr) << kKinds[k];
-    }
+    ASSERT_TRUE(all_open());
     const short frame[128] = {1, 2, 3};
     DebugDumpDataWrite(buf()->near_end_dump, frame, 128);
     DebugDumpDataWrite(buf()->output_dump, frame, 64);
@@ -70,75 +65,49 @@ TEST_F(Dump, SwitchingOnOffOnTruncates) {
 
     EXPECT_EQ(init_with("0"), 0);
     EXPECT_EQ(buf()->dump_flag, 0);
-    for (int k = 0; k < 4; ++k) {
-        EXPECT_EQ(stream(k), nullptr) << kKinds[k];
-    }
+    EXPECT_TRUE(all_closed());
     EXPECT_EQ(qtest::file_size(dump_file(dir_.path(), "near_end", 7)), 256);
     EXPECT_EQ(qtest::file_size(dump_file(dir_.path(), "output", 7)), 128);
     EXPECT_EQ(qtest::file_size(dump_file(dir_.path(), "echo", 7)), 0);
-    // Writing to a closed stream is skipped.
-    DebugDumpDataWrite(buf()->near_end_dump, frame, 128);
-
-    ASSERT_EQ(init_with("1"), 0);
-    for (int k = 0; k < 4; ++k) {
-        EXPECT_NE(stream(k), nullptr) << kKinds[k];
-        EXPECT_EQ(qtest::file_size(dump_file(dir_.path(), kKinds[k], 7)), 0) << kKinds[k];
-    }
-    DebugDumpDataFree(buf());
-    for (int k = 0; k < 4; ++k) {
-        EXPECT_EQ(stream(k), nullptr) << kKinds[k];
-    }
-}
-
-TEST_F(Dump, FreeAfterSwitchingOffClosesNothingTwice) {
-    ASSERT_EQ(init_with("1"), 0);
-    ASSERT_EQ(init_with("0"), 0);
+    DebugDumpDataWrite(buf()->near_end_dump, frame, 128);  // a closed stream is skipped
     // Would be a double fclose (caught by the sanitizers) if closing left the pointers.
     DebugDumpDataFree(buf());
-    DebugDumpDataFree(buf());
-    for (int k = 0; k < 4; ++k) {
-        EXPECT_EQ(stream(k), nullptr);
+
+    ASSERT_EQ(init_with("1"), 0);
+    EXPECT_TRUE(all_open());
+    for (const char *kind : kKinds) {
+        EXPECT_EQ(qtest::file_size(dump_file(dir_.path(), kind, 7)), 0) << kind;
     }
-}
-
-TEST_F(Dump, MissingDirectoryFailsOnceAndIsNotRetried) {
-    const std::string missing = dir_.path() + "/nope";
-    qtest::ScopedEnv path("AUDIO_DUMP_PATH", missing);
-    std::string out;
-    EXPECT_EQ(init_with("1", &out), -1);
-    EXPECT_EQ(out, "[ALGO_MSG_ERR] [DebugDumpDataInit]Fail! Dump path " + missing +
-                       " doesn't exist!\t\n");
-    EXPECT_EQ(buf()->dump_flag, 1);
-    EXPECT_EQ(init_with("1", &out), 0);
-    EXPECT_EQ(out, "");
-    for (int k = 0; k < 4; ++k) {
-        EXPECT_EQ(stream(k), nullptr);
-    }
-    // Switching off after the failure has nothing to close.
-    EXPECT_EQ(init_with("0"), 0);
+    // An unknown value in between leaves the open set alone.
+    EXPECT_EQ(init_with("2"), -1);
+    ASSERT_EQ(init_with("1"), 0);
+    EXPECT_TRUE(all_open());
     DebugDumpDataFree(buf());
+    EXPECT_TRUE(all_closed());
 }
 
-TEST_F(Dump, ErrorMessageFollowsTheMask) {
-    const std::string missing = dir_.path() + "/nope";
-    qtest::ScopedEnv path("AUDIO_DUMP_PATH", missing);
-    buf()->dbg_level = 0;
-    std::string out;
-    EXPECT_EQ(init_with("1", &out), -1);
-    EXPECT_EQ(out, "");
-}
-
-TEST_F(Dump, OverlongDirectoryFailsLikeAMissingOne) {
-    // An existing directory whose path does not fit the 64-byte text.
+// A missing directory, or one whose path does not fit the 64-byte text, fails once (the
+// message follows the mask) and is not retried while the switch stays on.
+TEST_F(Dump, UnusableDirectoryFailsOnceAndIsNotRetried) {
     const std::string deep = dir_.path() + "/" + std::string(70, 'd');
     ASSERT_EQ(mkdir(deep.c_str(), 0755), 0);
-    qtest::ScopedEnv path("AUDIO_DUMP_PATH", deep);
-    std::string out;
-    EXPECT_EQ(init_with("1", &out), -1);
-    EXPECT_EQ(out,
-              "[ALGO_MSG_ERR] [DebugDumpDataInit]Fail! Dump path " + deep + " doesn't exist!\t\n");
-    for (int k = 0; k < 4; ++k) {
-        EXPECT_EQ(stream(k), nullptr);
+    for (const std::string &path : {dir_.path() + "/nope", deep}) {
+        for (int mask : {7, 0}) {
+            SCOPED_TRACE(path + " mask " + std::to_string(mask));
+            buf()->dbg_level = mask;
+            qtest::ScopedEnv env("AUDIO_DUMP_PATH", path);
+            std::string out;
+            EXPECT_EQ(init_with("1", &out), -1);
+            EXPECT_EQ(out, mask ? "[ALGO_MSG_ERR] [DebugDumpDataInit]Fail! Dump path " + path +
+                                      " doesn't exist!\t\n"
+                                : "");
+            EXPECT_EQ(buf()->dump_flag, 1);
+            EXPECT_EQ(init_with("1", &out), 0);
+            EXPECT_EQ(out, "");
+            EXPECT_TRUE(all_closed());
+            EXPECT_EQ(init_with("0"), 0);  // nothing to close
+            DebugDumpDataFree(buf());
+        }
     }
 }
 
@@ -149,22 +118,8 @@ TEST_F(Dump, UnknownValueFailsOnceWithNothingOpen) {
     EXPECT_EQ(buf()->dump_flag, 2);
     EXPECT_EQ(init_with("2", &out), 0);
     EXPECT_EQ(out, "");
-    for (int k = 0; k < 4; ++k) {
-        EXPECT_EQ(stream(k), nullptr);
-    }
-    const short frame[128] = {};
-    DebugDumpDataWrite(buf()->near_end_dump, frame, 128);
+    EXPECT_TRUE(all_closed());
     EXPECT_EQ(init_with("0"), 0);
-}
-
-TEST_F(Dump, OnThenUnknownThenOnKeepsOneSetOfFiles) {
-    ASSERT_EQ(init_with("1"), 0);
-    EXPECT_EQ(init_with("2"), -1);
-    ASSERT_EQ(init_with("1"), 0);
-    for (int k = 0; k < 4; ++k) {
-        EXPECT_NE(stream(k), nullptr);
-    }
-    DebugDumpDataFree(buf());
 }
 
 TEST_F(Dump, UnsetPathMeansCurrentDirectoryAndIdNamesFiles) {

@@ -18,6 +18,8 @@ namespace {
 const AudioAecInit kMono16k = {128, 1, 1, QEN_AEC_SAMPLE_RATE_16000};
 const AudioAecConfig kCustom = {
     QEN_AEC_TRUE, 77, {3, 8, 20, 40, 60, 100}, {25, 0, 16, 20, 3, 7, 14}};
+const uint32_t kDefaultModes[7] = {5, 4, 4, 5, 10, 10, 10};
+const uint32_t kDefaultEdges[6] = {4, 6, 36, 49, 50, 51};
 const char *const kNearEndMsg = "[ALGO_MSG_ERR] [AEC]The NearEnd Channel only support 1 or 2\t\n";
 const char *const kLevels =
     "[ALGO_MSG_ERR] ALGO_MSG_ERR\t\n[ALGO_MSG_WRN] ALGO_MSG_WRN\t\n[ALGO_MSG_MSG] ALGO_MSG_MSG\t\n";
@@ -143,6 +145,11 @@ TEST_F(Lifecycle, InitAcceptsEverySaneRecord) {
                 EXPECT_EQ(b.aec_inst.sampFreq, rate);
                 EXPECT_EQ(b.aec_inst.mult, rate / 8000);
                 EXPECT_EQ(b.aec_status_flag.is_aec_init_status, 1);
+                // The default bands are installed, but no targets are derived from them.
+                EXPECT_EQ(memcmp(b.aec_data_property.Supp_Mode, kDefaultModes, 28), 0);
+                EXPECT_EQ(memcmp(b.aec_data_property.Supp_Mode_Frq, kDefaultEdges, 24), 0);
+                EXPECT_EQ(b.aec_inst.targetSupp[0], -1.5f);
+                EXPECT_EQ(bits(b.Recursive_Ratio), 0x3DCCCCCDu);
                 EXPECT_EQ(reinterpret_cast<char *>(b.FFT_workingBuff.fft_Ne10_cfg),
                           block() + sizeof(aec_workingbuf_t));
                 // The zeroing reached every field that Init does not set.
@@ -154,26 +161,6 @@ TEST_F(Lifecycle, InitAcceptsEverySaneRecord) {
             }
         }
     }
-}
-
-TEST_F(Lifecycle, InitInstallsDefaultsButNoTargets) {
-    ASSERT_NE(init(), nullptr);
-    const aec_workingbuf_t &b = *buf();
-    const uint32_t modes[7] = {5, 4, 4, 5, 10, 10, 10};
-    const uint32_t edges[6] = {4, 6, 36, 49, 50, 51};
-    EXPECT_EQ(memcmp(b.aec_data_property.Supp_Mode, modes, sizeof modes), 0);
-    EXPECT_EQ(memcmp(b.aec_data_property.Supp_Mode_Frq, edges, sizeof edges), 0);
-    for (int k = 0; k < 7; ++k) {
-        EXPECT_EQ(b.aec_inst.targetSupp[k], -1.5f) << k;
-        EXPECT_EQ(b.aec_inst.minOverDrive[k], 1.0f) << k;
-    }
-    EXPECT_EQ(bits(b.Recursive_Ratio), 0x3DCCCCCDu);
-    EXPECT_EQ(bits(b.FE_Level_Thr), 0x3FEBDA51u);
-    EXPECT_EQ(b.aec_data_property.comfort_noise_channel, 0u);
-    EXPECT_EQ(b.aec_data_property.delay_sample, 0);
-    EXPECT_EQ(b.dbg_level, 7);
-    EXPECT_EQ(b.aec_status_flag.is_run_status, 0);
-    EXPECT_EQ(b.aec_status_flag.is_aec_config_status, 0);
 }
 
 TEST_F(Lifecycle, TwoInitsAndOneFreeClearTheProfileFlag) {
@@ -523,10 +510,8 @@ TEST_F(Lifecycle, ResetKeepsExactlyTheListedFields) {
     EXPECT_EQ(b.aec_data_property.comfort_noise_channel, 0u);
     EXPECT_EQ(b.aec_data_property.nearend_channel, 2u);
     EXPECT_EQ(b.aec_data_property.farend_channel, 2u);
-    const uint32_t modes[7] = {5, 4, 4, 5, 10, 10, 10};
-    const uint32_t edges[6] = {4, 6, 36, 49, 50, 51};
-    EXPECT_EQ(memcmp(b.aec_data_property.Supp_Mode, modes, sizeof modes), 0);
-    EXPECT_EQ(memcmp(b.aec_data_property.Supp_Mode_Frq, edges, sizeof edges), 0);
+    EXPECT_EQ(memcmp(b.aec_data_property.Supp_Mode, kDefaultModes, 28), 0);
+    EXPECT_EQ(memcmp(b.aec_data_property.Supp_Mode_Frq, kDefaultEdges, 24), 0);
     for (int k = 0; k < 7; ++k) {
         EXPECT_EQ(b.aec_inst.targetSupp[k], -1.5f);
     }

@@ -1,5 +1,5 @@
-// The core's linear stage: far-end spectra, the stereo merge, the block-pair hand-over, the
-// echo dump, the near-end noise-floor tracker and the far-end level.
+// The core's linear stage: far-end spectra, the stereo merge, the echo dump, the near-end
+// noise-floor tracker and the far-end level.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -58,18 +58,6 @@ TEST(LinearStage, FarEndMean) {
     }
 }
 
-TEST(LinearStage, StereoMergeAveragesIntoFirstChannelOnly) {
-    std::vector<float> a = qtest::uniform_noise(256, 1000.0f, 3),
-                       b = qtest::uniform_noise(256, 1000.0f, 4);
-    const std::vector<float> a0 = a, b0 = b;
-    MergeSteroToMono(a.data(), b.data(), 200);
-    for (int i = 0; i < 256; ++i) {
-        const float expect = i < 200 ? (a0[i] + b0[i]) / 2.0f : a0[i];
-        EXPECT_FLOAT_EQ(a[i], expect) << "sample " << i;
-    }
-    EXPECT_EQ(b, b0);
-}
-
 // Fills channel pairs of an instance the way the frame driver leaves them.
 void load_pairs(aec_workingbuf_t *buf, unsigned seed) {
     for (int ch = 0; ch < 2; ++ch) {
@@ -101,27 +89,6 @@ TEST(LinearStage, LinearStageMergesTwoChannelsAndLeavesOneAlone) {
             ASSERT_FLOAT_EQ(buf->AudioNearEnd[0][i], expect) << channels << " ch, sample " << i;
             ASSERT_EQ(buf->AudioNearEnd[1][i], ch1[i]);
         }
-    }
-}
-
-TEST(LinearStage, HandOverKeepsPreviousAndCurrentBlocks) {
-    auto inst = qtest::make_instance(8000);
-    aec_workingbuf_t *buf = inst->get();
-    std::vector<float> e1 = qtest::uniform_noise(128, 10.0f, 5),
-                       y1 = qtest::uniform_noise(128, 10.0f, 6);
-    std::vector<float> e2 = qtest::uniform_noise(128, 10.0f, 7),
-                       y2 = qtest::uniform_noise(128, 10.0f, 8);
-    SentBuffToWorkingBuff(buf, e1.data(), y1.data(), 1);
-    SentBuffToWorkingBuff(buf, e2.data(), y2.data(), 2);
-    for (int i = 0; i < 128; ++i) {
-        EXPECT_EQ(buf->mdf_error[i], e1[i]);
-        EXPECT_EQ(buf->mdf_error[128 + i], e2[i]);
-        EXPECT_EQ(buf->mdf_echo[i], y1[i]);
-        EXPECT_EQ(buf->mdf_echo[128 + i], y2[i]);
-    }
-    for (int i = 0; i < 256; ++i) {
-        EXPECT_EQ(buf->aec_inst.eBuf[i], buf->mdf_error[i]);
-        EXPECT_EQ(buf->aec_inst.yBuf[i], buf->mdf_echo[i]);
     }
 }
 

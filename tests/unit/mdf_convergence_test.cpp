@@ -1,7 +1,7 @@
-// Convergence of the adaptive filter alone: white noise played through a fixed, decaying echo
-// path must be cancelled far below the near-end level, and the foreground filter must take
-// over from the adapting background on the way. Once in its adapted regime, the filter must
-// notice a change of the echo path through its leak estimate and converge again.
+// Convergence of the adaptive filter alone, in its adapted regime: white noise played through
+// a decaying echo path that is replaced after 1 s. The filter must notice the change through
+// its leak estimate, hand the new background over to the foreground, and cancel the new path
+// far below the near-end level.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -116,19 +116,6 @@ Outcome simulate(aec_workingbuf_t *buf, Gauss &gauss, const std::vector<double> 
     return r;
 }
 
-TEST(MdfConvergence, CancelsWhiteNoiseEchoThroughFixedPath) {
-    auto inst = qtest::make_instance(kRate);
-    Gauss gauss(20240611);
-    const std::vector<double> paths[2] = {echo_path(gauss), {}};
-    const Outcome r = simulate(inst->get(), gauss, paths, 1 << 30);
-    EXPECT_GE(r.attenuation_db, 35.0)
-        << "residual only " << r.attenuation_db << " dB below the near end over the last second";
-    EXPECT_GE(r.foreground_updates, 1) << "the foreground never took over";
-    RecordProperty("attenuation_db", std::to_string(r.attenuation_db));
-    std::printf("fixed path: residual %.1f dB below the near end; %d foreground updates\n",
-                r.attenuation_db, r.foreground_updates);
-}
-
 // White noise converges too fast for the leak estimate to reach the switch-over; the
 // adapted regime is entered here directly, and the path is replaced after 1 s.
 TEST(MdfConvergence, AdaptedRegimeTracksAnEchoPathChange) {
@@ -140,10 +127,12 @@ TEST(MdfConvergence, AdaptedRegimeTracksAnEchoPathChange) {
     EXPECT_GE(r.attenuation_db, 35.0)
         << "residual only " << r.attenuation_db << " dB below the near end over the last second";
     EXPECT_GT(r.max_leak_after_change, 0.03f) << "the leak estimate missed the change";
+    EXPECT_GE(r.foreground_updates, 1) << "the foreground never took over";
     EXPECT_EQ(inst->get()->mdf_workingbuff.sum_adapt, 0.0f);
     std::printf(
-        "adapted, path change at 1 s: residual %.1f dB below the near end; leak peak %.3f\n",
-        r.attenuation_db, r.max_leak_after_change);
+        "path change at 1 s: residual %.1f dB below the near end; leak peak %.3f; %d "
+        "foreground updates\n",
+        r.attenuation_db, r.max_leak_after_change, r.foreground_updates);
 }
 
 }  // namespace
