@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "core/window.h"
+#include "dsp/stream.h"
 #include "dsp/vector_math.h"
 #include "instance.h"
 #include "kernels/simd.h"
@@ -39,25 +40,6 @@ void MergeSteroToMono(float *nearend, float *nearend_ch2, int length) {
         nearend[i] = (nearend[i] + nearend_ch2[i]) / 2.0f;
     }
 }
-
-namespace {
-
-short saturate_to_pcm(float v) {
-    // Saturating before the conversion gives the same result as truncate-then-clamp for every
-    // finite value and keeps the conversion defined; NaN becomes 0.
-    if (std::isnan(v)) {
-        return 0;
-    }
-    if (v > 32767.0f) {
-        return 32767;
-    }
-    if (v < -32768.0f) {
-        return -32768;
-    }
-    return static_cast<short>(v);
-}
-
-}  // namespace
 
 void echo_dump_write(aec_workingbuf_t *buf, const float *echo) {
     if (buf->dump_flag == 0 || buf->echo_dump == nullptr) {

@@ -44,23 +44,6 @@ void Post_Clipping_Check(float *input, postInfo_t *postInfo, int dbg_level) {
     }
 }
 
-namespace {
-
-short saturate_to_pcm(float t) {
-    // A NaN has no integer value; it leaves as silence instead of undefined behaviour.
-    if (std::isnan(t)) {
-        return 0;
-    }
-    if (t > 32767.0f) {
-        t = 32767.0f;
-    } else if (t < -32768.0f) {
-        t = -32768.0f;
-    }
-    return (short)(int)t;  // truncation toward zero
-}
-
-}  // namespace
-
 void Post_OLA_Process(float *input, float *input2, short *output, postInfo_t *postInfo) {
     const int length = postInfo->length;
     const int channels = (int)postInfo->channel_number;
