@@ -107,6 +107,16 @@ const Case kCases[] = {
      },
      {"the inputs are 44100 Hz; the library takes 8000, 16000, 32000 or 48000 Hz (add "
       "--resample to convert to 48000 Hz and back)"}},
+    // A header claiming 1 Hz would make a few bytes into hours of audio at 8000 Hz.
+    {"RateTooLowToResample",
+     [](const cli::TempDir &t) {
+         cli::write_raw(t.path("near.raw"), noise(400));
+         cli::write_raw(t.path("far.raw"), noise(400));
+         return std::vector<std::string>{"process",         "--raw",  "--rate",           "1",
+                                         "--resample",      "--near", t.path("near.raw"), "--far",
+                                         t.path("far.raw"), "-o",     t.path("out.wav")};
+     },
+     {"the inputs are 1 Hz; --resample converts 4000 to 384000 Hz only"}},
     {"ThreeChannels",
      [](const cli::TempDir &t) {
          inputs(t, 16000, 16000, 3);

@@ -65,8 +65,8 @@ void check_audio(const qtool::Audio &a, const qtool::RawLayout *raw, size_t byte
     if (pcm.samples.size() != a.samples.size() || pcm.clipped > a.samples.size()) {
         fail("16-bit conversion changed the length");
     }
-    if (a.channels < 1 || a.channels > 2 || a.rate <= 0 || qtool::is_supported_rate(a.rate) ||
-        a.frames() > kMaxResampleFrames) {
+    if (a.channels < 1 || a.channels > 2 || qtool::is_supported_rate(a.rate) ||
+        !qtool::is_resamplable_rate(a.rate) || a.frames() > kMaxResampleFrames) {
         return;
     }
     const int to = qtool::nearest_supported_rate(a.rate);

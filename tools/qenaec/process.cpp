@@ -67,6 +67,10 @@ void check_inputs(const Audio &near, const Audio &far, const ProcessRequest &rq)
                       supported_rates_text() + " (add --resample to convert to " +
                       std::to_string(nearest_supported_rate(near.rate)) + " Hz and back)");
     }
+    if (!is_supported_rate(near.rate) && !is_resamplable_rate(near.rate)) {
+        throw failure("the inputs are " + std::to_string(near.rate) + " Hz; --resample converts " +
+                      resamplable_rates_text() + " only");
+    }
 }
 
 // Converts to the processing rate (when needed) and to 16 bits.

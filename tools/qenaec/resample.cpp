@@ -13,6 +13,8 @@ namespace qtool {
 namespace {
 
 constexpr std::array<int, 4> kRates = {8000, 16000, 32000, 48000};
+constexpr int kLowestResampled = 4000;
+constexpr int kHighestResampled = 384000;
 
 }  // namespace
 
@@ -39,6 +41,14 @@ int nearest_supported_rate(int rate) {
     return best;
 }
 
+bool is_resamplable_rate(int rate) {
+    return rate >= kLowestResampled && rate <= kHighestResampled;
+}
+
+std::string resamplable_rates_text() {
+    return std::to_string(kLowestResampled) + " to " + std::to_string(kHighestResampled) + " Hz";
+}
+
 size_t frames_at_rate(size_t frames, int from_rate, int to_rate) {
     const unsigned long long scaled = static_cast<unsigned long long>(frames) * to_rate;
     return static_cast<size_t>((scaled + from_rate / 2) / from_rate);
@@ -46,6 +56,12 @@ size_t frames_at_rate(size_t frames, int from_rate, int to_rate) {
 
 std::vector<float> resample(const std::vector<float> &in, int channels, int from_rate, int to_rate,
                             size_t out_frames) {
+    for (int rate : {from_rate, to_rate}) {
+        if (!is_resamplable_rate(rate)) {
+            throw failure("cannot resample " + std::to_string(rate) +
+                          " Hz audio: --resample takes " + resamplable_rates_text());
+        }
+    }
     std::vector<float> out(out_frames * channels, 0.0f);
     const size_t in_frames = in.size() / channels;
     if (in_frames == 0 || out_frames == 0) {
