@@ -8,6 +8,7 @@
 #include "options.h"
 #include "process.h"
 #include "report.h"
+#include "resample.h"
 
 namespace qtool {
 
@@ -102,9 +103,9 @@ Command add_process_command(CLI::App &root) {
         ->type_name("auto")
         ->excludes(delay);
     cmd->add_flag("--resample", args->resample,
-                  "inputs at another rate from 4000 to 384000 Hz (e.g. 44100 Hz) are "
-                  "converted to the nearest of 8000/16000/32000/48000 Hz and the output back "
-                  "(libsoxr)");
+                  "inputs at another rate from " + resamplable_rates_text() +
+                      " (e.g. 44100 Hz) are converted to the nearest of "
+                      "8000/16000/32000/48000 Hz and the output back (libsoxr)");
     cmd->add_option("--metrics-json", args->metrics_json,
                     "also write the figures as JSON: duration_s, frames, speed_x_realtime, "
                     "erle_db, erle_seconds, delay_estimated_ms, far_delay_applied_ms, "

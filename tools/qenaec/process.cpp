@@ -62,14 +62,16 @@ void check_inputs(const Audio &near, const Audio &far, const ProcessRequest &rq)
                       seconds_text(static_cast<double>(near.frames()) / near.rate) +
                       "): give the whole far end, or cut the near end to match");
     }
-    if (!is_supported_rate(near.rate) && !rq.resample) {
-        throw failure("the inputs are " + std::to_string(near.rate) + " Hz; the library takes " +
-                      supported_rates_text() + " (add --resample to convert to " +
-                      std::to_string(nearest_supported_rate(near.rate)) + " Hz and back)");
-    }
-    if (!is_supported_rate(near.rate) && !is_resamplable_rate(near.rate)) {
-        throw failure("the inputs are " + std::to_string(near.rate) + " Hz; --resample converts " +
-                      resamplable_rates_text() + " only");
+    if (!is_supported_rate(near.rate)) {
+        const std::string rate = "the inputs are " + std::to_string(near.rate) + " Hz; ";
+        if (!rq.resample) {
+            throw failure(rate + "the library takes " + supported_rates_text() +
+                          " (add --resample to convert to " +
+                          std::to_string(nearest_supported_rate(near.rate)) + " Hz and back)");
+        }
+        if (!is_resamplable_rate(near.rate)) {
+            throw failure(rate + "--resample converts " + resamplable_rates_text() + " only");
+        }
     }
 }
 
