@@ -54,7 +54,7 @@ TEST_P(Align, FindsA40msDelayWithin1msAndDelaysTheFarEndByIt) {
     const cli::Result r =
         cli::process_files(tmp, rate, 1, rec.near, 1, rec.far, {"--align", "auto"});
     ASSERT_EQ(r.status, 0) << r.err;
-    const std::string json = cli::read_text(tmp.path("m.json"));
+    const std::string json = qtest::read_file(tmp.path("m.json"));
     EXPECT_NEAR(cli::json_number(json, "delay_estimated_ms"), 40.0, 1.0) << json;
     EXPECT_NE(r.out.find("delay: 40.0 ms estimated; far end delayed by"), std::string::npos)
         << r.out;
@@ -78,7 +78,7 @@ TEST(Align, BeatsAnUnalignedRunWhenTheDelayExceedsTheFilter) {
         const cli::Result r = cli::process_files(tmp, rate, 1, rec.near, 1, rec.far, extra);
         EXPECT_EQ(r.status, 0) << r.err;
         *err = r.err;
-        return cli::json_number(cli::read_text(tmp.path("m.json")), "erle_db");
+        return cli::json_number(qtest::read_file(tmp.path("m.json")), "erle_db");
     };
     std::string unaligned_err, aligned_err;
     const double unaligned = erle({}, &unaligned_err);
@@ -108,7 +108,7 @@ TEST(Align, AFarEndWithoutEchoIsLeftAlone) {
         cli::process_files(tmp, rate, 1, rec.near, 1, rec.far, {"--align", "auto"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.err.find("--align auto found no clear echo delay"), std::string::npos) << r.err;
-    const std::string json = cli::read_text(tmp.path("m.json"));
+    const std::string json = qtest::read_file(tmp.path("m.json"));
     EXPECT_TRUE(std::isnan(cli::json_number(json, "delay_estimated_ms"))) << json;
     EXPECT_EQ(cli::json_number(json, "far_delay_applied_ms"), 0.0);
 }

@@ -71,8 +71,8 @@ Result run(const std::vector<std::string> &args, const Env &env) {
     const int raw = std::system(cmd.c_str());
     Result r;
     r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.out = read_text(base + ".out");
-    r.err = read_text(base + ".err");
+    r.out = qtest::read_file(base + ".out");
+    r.err = qtest::read_file(base + ".err");
     std::filesystem::remove(base + ".out");
     std::filesystem::remove(base + ".err");
     return r;
@@ -112,7 +112,7 @@ void write_raw(const std::string &path, const std::vector<int16_t> &samples) {
 }
 
 std::vector<int16_t> read_raw(const std::string &path) {
-    const std::string bytes = read_text(path);
+    const std::string bytes = qtest::read_file(path);
     std::vector<int16_t> samples(bytes.size() / 2);
     for (size_t i = 0; i < samples.size(); ++i) {
         samples[i] = static_cast<int16_t>(static_cast<uint8_t>(bytes[2 * i]) |

@@ -46,9 +46,6 @@ void write_raw(const std::string &path, const std::vector<int16_t> &samples);
 std::vector<int16_t> read_raw(const std::string &path);
 
 bool file_exists(const std::string &path);
-inline std::string read_text(const std::string &path) {
-    return qtest::read_file(path);
-}
 
 // A number from a flat JSON object (one level of nesting with "outer.inner"); NaN when the
 // key is missing or null.

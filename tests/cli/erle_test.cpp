@@ -33,7 +33,7 @@ protected:
     Measured measure(std::vector<std::string> extra = {}) {
         const cli::Result r = cli::process_files(tmp_, kRate, 1, near_, 1, far_, extra);
         EXPECT_EQ(r.status, 0) << r.err;
-        const std::string json = cli::read_text(tmp_.path("m.json"));
+        const std::string json = qtest::read_file(tmp_.path("m.json"));
         return {cli::json_number(json, "erle_db"), cli::json_number(json, "erle_seconds"), r.out,
                 cli::read_wav(tmp_.path("out.wav")).samples};
     }

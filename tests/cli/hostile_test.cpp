@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -25,10 +24,6 @@ std::vector<int16_t> noise(size_t samples) {
         s = static_cast<int16_t>(x >> 20) - 2048;
     }
     return v;
-}
-
-void write_bytes(const std::string &path, const std::string &bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
 }
 
 // A near end and a far end of 1 s.
@@ -197,10 +192,10 @@ const Case kCases[] = {
     {"WavHeaderOfAnotherFormat",
      [](const cli::TempDir &t) {
          inputs(t);
-         std::string bytes = cli::read_text(t.path("far.wav"));
+         std::string bytes = qtest::read_file(t.path("far.wav"));
          bytes[20] = 0x34;  // format tag 0x1234: no such WAV encoding
          bytes[21] = 0x12;
-         write_bytes(t.path("far.wav"), bytes);
+         t.write_file("far.wav", bytes);
          return process(t);
      },
      {"cannot read '", "far.wav'"}},
@@ -220,7 +215,7 @@ const Case kCases[] = {
          flac += std::string("\x10\x00\x10\x00\x00\x00\x00\x00\x00\x00", 10);
          flac += std::string("\x03\xe8\x00\xff\xff\xff\xff\xff", 8);  // 16000 Hz ... length
          flac += std::string(16, '\0');                               // MD5
-         write_bytes(t.path("far.flac"), flac);
+         t.write_file("far.flac", flac);
          return std::vector<std::string>{"process",          "--near", t.path("near.wav"), "--far",
                                          t.path("far.flac"), "-o",     t.path("out.wav")};
      },
@@ -228,14 +223,14 @@ const Case kCases[] = {
     {"EmptyNearEnd",
      [](const cli::TempDir &t) {
          inputs(t);
-         write_bytes(t.path("near.wav"), "");
+         t.write_file("near.wav", "");
          return process(t);
      },
      {"near.wav'"}},
     {"EmptyRawFarEnd",
      [](const cli::TempDir &t) {
          cli::write_raw(t.path("near.raw"), noise(16000));
-         write_bytes(t.path("far.raw"), "");
+         t.write_file("far.raw", "");
          return std::vector<std::string>{
              "process",          "--raw", "--rate",          "16000", "--near",
              t.path("near.raw"), "--far", t.path("far.raw"), "-o",    t.path("out.wav")};
@@ -294,7 +289,7 @@ TEST_P(Refusals, ExitWithStatusAndMessageAndNoOutputFile) {
     const Case &c = GetParam();
     cli::TempDir tmp;
     const auto args = c.setup(tmp);
-    const std::string near_before = cli::read_text(tmp.path("near.wav"));
+    const std::string near_before = qtest::read_file(tmp.path("near.wav"));
     const cli::Result r = cli::run(args, c.env);
     EXPECT_EQ(r.status, c.status) << r.err;
     for (const std::string &m : c.messages) {
@@ -307,7 +302,7 @@ TEST_P(Refusals, ExitWithStatusAndMessageAndNoOutputFile) {
     }
     EXPECT_EQ(r.out, "");
     EXPECT_FALSE(cli::file_exists(tmp.path("out.wav")));
-    EXPECT_EQ(cli::read_text(tmp.path("near.wav")), near_before);
+    EXPECT_EQ(qtest::read_file(tmp.path("near.wav")), near_before);
 }
 
 INSTANTIATE_TEST_SUITE_P(Cli, Refusals, testing::ValuesIn(kCases),

@@ -108,7 +108,7 @@ TEST(Process, FloatInputIsRoundedAndItsClippingCounted) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(cli::read_wav(tmp.path("out.wav")).samples,
               cli::reference_output(expected, in.far, 16000, 1, 1));
-    const std::string json = cli::read_text(tmp.path("m.json"));
+    const std::string json = qtest::read_file(tmp.path("m.json"));
     EXPECT_EQ(cli::json_number(json, "clipped_samples.near"), 3);
     EXPECT_EQ(cli::json_number(json, "clipped_samples.far"), 0);
     EXPECT_NE(r.out.find("clipped to 16 bits: 3 near, 0 far samples"), std::string::npos) << r.out;
@@ -170,7 +170,7 @@ TEST(Process, ResampleConvertsAnUnsupportedRateAndBack) {
     const cli::Wav out = cli::read_wav(tmp.path("out.wav"));
     EXPECT_EQ(out.rate, 44100);
     EXPECT_EQ(out.samples.size(), samples);
-    const std::string json = cli::read_text(tmp.path("m.json"));
+    const std::string json = qtest::read_file(tmp.path("m.json"));
     EXPECT_EQ(cli::json_number(json, "processing_rate"), 48000);
     // The echo is still removed through both conversions.
     EXPECT_GE(cli::json_number(json, "erle_db"), 15.0) << json;
@@ -185,7 +185,7 @@ TEST(Process, SaturatedFramesAreThoseBeyond32700) {
     in.near[2 * (128 * 12)] = 32700;         // frame 12: not beyond
     const cli::Result r = cli::process_files(tmp, 16000, 2, in.near, 1, in.far);
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(cli::json_number(cli::read_text(tmp.path("m.json")), "saturated_frames"), 3);
+    EXPECT_EQ(cli::json_number(qtest::read_file(tmp.path("m.json")), "saturated_frames"), 3);
     EXPECT_NE(r.out.find("saturated input frames: 3\n"), std::string::npos) << r.out;
 }
 

@@ -47,13 +47,13 @@ protected:
 
 TEST_F(Replay, DumpsOfAProcessedFileReplayBitExact) {
     record();
-    const std::string output_before = cli::read_text(dump("output"));
+    const std::string output_before = qtest::read_file(dump("output"));
     const cli::Result r = replay({"-o", tmp_.path("replayed.pcm")});
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("result: bit-exact\n"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("187 frames"), std::string::npos) << r.out;
-    EXPECT_EQ(cli::read_text(tmp_.path("replayed.pcm")), output_before);
-    EXPECT_EQ(cli::read_text(dump("output")), output_before);
+    EXPECT_EQ(qtest::read_file(tmp_.path("replayed.pcm")), output_before);
+    EXPECT_EQ(qtest::read_file(dump("output")), output_before);
     // The tool's own output is the recorded output without the padded tail.
     const std::vector<int16_t> recorded = cli::read_raw(dump("output"));
     const std::vector<int16_t> written = cli::read_wav(tmp_.path("out.wav")).samples;

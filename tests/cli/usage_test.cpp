@@ -41,7 +41,7 @@ TEST(Demo, RemovesAtLeast20dBOfEchoFromTheBundledRecording) {
     const cli::Result r =
         cli::run({"demo", "-o", tmp.path("demo-out.wav"), "--metrics-json", tmp.path("m.json")});
     ASSERT_EQ(r.status, 0) << r.err;
-    const std::string json = cli::read_text(tmp.path("m.json"));
+    const std::string json = qtest::read_file(tmp.path("m.json"));
     EXPECT_GE(cli::json_number(json, "erle_db"), 20.0) << json;
     EXPECT_NE(r.out.find("\nERLE: "), std::string::npos) << r.out;
     const cli::Wav in = cli::read_wav(std::string(QENAEC_DEMO_AUDIO) + "/near.wav");
@@ -96,7 +96,7 @@ TEST(Output, ProgressBarOnATerminalForLongInputs) {
     const std::string shell =
         "script -qec '" + cmd + "' /dev/null </dev/null >" + tmp.path("tty.txt");
     ASSERT_EQ(std::system(shell.c_str()), 0);
-    const std::string tty = cli::read_text(tmp.path("tty.txt"));
+    const std::string tty = qtest::read_file(tmp.path("tty.txt"));
     EXPECT_NE(tty.find("\r[........................................]   0%  0.0 / 6.0 s"),
               std::string::npos)
         << tty;
