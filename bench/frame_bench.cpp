@@ -1,7 +1,7 @@
 // Per-frame cost of the three run functions at every rate and for the (1,1) and (2,2)
 // layouts, each kernel and the FFT wrapper on its own, the compute floor of one Run frame,
 // the time-domain NLMS baseline, and the cost of silence after speech. Inputs are the
-// speech-like echo scenes of signals.h; every instance has comfort noise on, as the public
+// speech-like echo scenes of testkit/signals.h; every instance has comfort noise on, as the public
 // header's lifecycle example configures it. After the runs a summary prints the ratios the
 // performance targets are stated in (see bench/README.md).
 #include <benchmark/benchmark.h>
