@@ -10,7 +10,6 @@ namespace qtool {
 namespace {
 
 constexpr int kSaturationLevel = 32700;
-constexpr size_t kFrame = testkit::kFrame;
 
 }  // namespace
 

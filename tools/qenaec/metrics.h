@@ -12,6 +12,7 @@
 namespace qtool {
 
 using testkit::Erle;
+using testkit::kFrame;
 using testkit::Span;
 
 // Frames with a near-end sample beyond +-32700, the library's own saturation test.
