@@ -1,0 +1,37 @@
+/* The settings the element passes to the library: comfort noise, the band table (the 7
+ * intensities and 6 edges, as the tool's comma lists) and the smoothing ratio. Values that
+ * parse are handed on as they are: whether they are in range is the library's decision, and
+ * its refusal is explained in the words of the element's properties. */
+#pragma once
+
+#include <glib.h>
+
+#include "qen_aec.h"
+
+G_BEGIN_DECLS
+
+enum { QENAEC_BANDS = 7, QENAEC_EDGES = 6 };
+
+typedef struct {
+    gboolean comfort_noise;
+    gboolean has_intensity; /* FALSE: the library's default band intensities */
+    guint32 intensity[QENAEC_BANDS];
+    gboolean has_edges; /* FALSE: the library's default band edges */
+    guint32 edges[QENAEC_EDGES];
+    guint ratio; /* tenths, 1..10 */
+} QenAecTuning;
+
+/* "a,b,c": exactly `count` non-negative decimal integers. */
+gboolean qenaec_parse_list(const gchar *text, guint32 *values, guint count);
+gchar *qenaec_format_list(const guint32 *values, guint count);
+
+/* Installs `tuning` over `defaults` (what GetConfig gave right after Init). On a `fresh`
+ * instance Config is called only when a setting differs from Init's, as the tool does:
+ * Config works out the band targets its own way, so even Init's own values change the
+ * output. Later calls always go through Config, so that a setting taken back returns to
+ * the default. Returns NULL, or the reason the library refused the tuning (free with
+ * g_free); a refused band table changes nothing. */
+gchar *qenaec_tuning_apply(AEC_HANDLE aec, const AudioAecConfig *defaults,
+                           const QenAecTuning *tuning, gboolean fresh);
+
+G_END_DECLS
