@@ -479,8 +479,11 @@ static GstFlowReturn process_frame(GstQenAec *self, guint samples, const FramePl
     const gsize bytes = near_bytes(self, samples);
     memset(self->near_frame, 0, sizeof self->near_frame);
     gst_adapter_copy(self->near, self->near_frame, 0, bytes);
-    const guint absent = qenaec_reference_read(&self->reference, place->position - self->far_delay,
-                                               FRAME, self->far_frame);
+    /* Past the end of the microphone no reference is missed. */
+    const gint64 start = place->position - self->far_delay;
+    const guint absent = qenaec_reference_read(&self->reference, start, samples, self->far_frame);
+    qenaec_reference_read(&self->reference, start + samples, FRAME - samples,
+                          self->far_frame + (gsize)samples * self->layout.far_channels);
     memcpy(self->out_frame, self->near_frame, sizeof self->out_frame);
     GST_LOG_OBJECT(self,
                    "frame %" G_GUINT64_FORMAT " at position %" G_GINT64_FORMAT
