@@ -66,12 +66,17 @@ struct _GstQenAec {
     gchar *intensity;
     gchar *edges;
     guint ratio;
+    gboolean ratio_set;
     gboolean tuning_changed;
     gdouble far_delay_ms;
     gchar *config;
     guint stats_interval_ms;
     gdouble erle;
     gint offered_rate[2]; /* rates accepted on near_sink and far_sink, 0 before any */
+
+    /* The band table and ratio of `config`, read at start. */
+    gboolean have_config;
+    QenAecTuning config_tuning;
 
     /* Streaming state, used by the aggregator's source thread only. */
     Layout layout;
@@ -200,22 +205,37 @@ static void free_instance(GstQenAec *self) {
     }
 }
 
-/* The tuning as the properties give it; FALSE with `why` set when a list does not parse. */
+/* The tuning as the config file and the properties give it, the properties first;
+ * FALSE with `why` set when a list does not parse. */
 static gboolean read_tuning(GstQenAec *self, QenAecTuning *t, gchar **why) {
-    *t = (QenAecTuning){0};
-    GST_OBJECT_LOCK(self);
-    t->comfort_noise = self->comfort_noise;
-    t->ratio = self->ratio;
-    t->has_intensity = self->intensity != NULL && *self->intensity != '\0';
-    t->has_edges = self->edges != NULL && *self->edges != '\0';
     *why = NULL;
-    if (t->has_intensity && !qenaec_parse_list(self->intensity, t->intensity, QENAEC_BANDS)) {
-        *why =
-            g_strdup_printf("intensity takes %d comma-separated non-negative integers (got '%s')",
-                            QENAEC_BANDS, self->intensity);
-    } else if (t->has_edges && !qenaec_parse_list(self->edges, t->edges, QENAEC_EDGES)) {
-        *why = g_strdup_printf("edges takes %d comma-separated non-negative integers (got '%s')",
-                               QENAEC_EDGES, self->edges);
+    GST_OBJECT_LOCK(self);
+    if (self->have_config) {
+        *t = self->config_tuning;
+    } else {
+        *t = (QenAecTuning){.ratio = DEFAULT_RATIO};
+    }
+    t->comfort_noise = self->comfort_noise;
+    if (self->ratio_set) {
+        t->ratio = self->ratio;
+    }
+    if (self->intensity != NULL && *self->intensity != '\0') {
+        t->has_intensity = TRUE;
+        if (!qenaec_parse_list(self->intensity, t->intensity, QENAEC_BANDS)) {
+            *why = g_strdup_printf(
+                "intensity takes %d comma-separated non-negative integers "
+                "(got '%s')",
+                QENAEC_BANDS, self->intensity);
+        }
+    }
+    if (*why == NULL && self->edges != NULL && *self->edges != '\0') {
+        t->has_edges = TRUE;
+        if (!qenaec_parse_list(self->edges, t->edges, QENAEC_EDGES)) {
+            *why = g_strdup_printf(
+                "edges takes %d comma-separated non-negative integers "
+                "(got '%s')",
+                QENAEC_EDGES, self->edges);
+        }
     }
     self->tuning_changed = FALSE;
     GST_OBJECT_UNLOCK(self);
@@ -700,8 +720,31 @@ static GstFlowReturn gst_qenaec_flush(GstAggregator *agg) {
     return GST_AGGREGATOR_CLASS(gst_qenaec_parent_class)->flush(agg);
 }
 
+/* Reads `config`, if set, once for the whole run. */
+static gboolean load_config(GstQenAec *self) {
+    GST_OBJECT_LOCK(self);
+    gchar *path = g_strdup(self->config);
+    GST_OBJECT_UNLOCK(self);
+    QenAecTuning t = {0};
+    gchar *why = path != NULL && *path != '\0' ? qenaec_tuning_load(path, &t) : NULL;
+    GST_OBJECT_LOCK(self);
+    self->have_config = path != NULL && *path != '\0' && why == NULL;
+    self->config_tuning = t;
+    GST_OBJECT_UNLOCK(self);
+    g_free(path);
+    if (why != NULL) {
+        GST_ELEMENT_ERROR(self, RESOURCE, SETTINGS, ("%s", why), (NULL));
+        g_free(why);
+        return FALSE;
+    }
+    return TRUE;
+}
+
 static gboolean gst_qenaec_start(GstAggregator *agg) {
     GstQenAec *self = GST_QENAEC(agg);
+    if (!load_config(self)) {
+        return FALSE;
+    }
     GObject *previous = qenaec_messages_enter(G_OBJECT(self));
     self->block = g_malloc(QenAec_GetBufferSize());
     qenaec_messages_leave(previous);
@@ -759,6 +802,7 @@ static void gst_qenaec_set_property(GObject *object, guint id, const GValue *val
             break;
         case PROP_RATIO:
             self->ratio = g_value_get_uint(value);
+            self->ratio_set = TRUE;
             self->tuning_changed = TRUE;
             break;
         case PROP_FAR_DELAY:
@@ -859,8 +903,8 @@ static void install_properties(GObjectClass *oc) {
     g_object_class_install_property(
         oc, PROP_CONFIG,
         g_param_spec_string("config", "Config",
-                            "JSON file written by `qenaec tune`: its tuned intensity, edges and "
-                            "ratio, unless those properties are set",
+                            "JSON result of `qenaec tune`: its tuned intensity, edges and ratio "
+                            "(the intensity, edges and ratio properties, where set, win)",
                             NULL, fixed));
     g_object_class_install_property(
         oc, PROP_STATS_INTERVAL,
@@ -873,8 +917,7 @@ static void install_properties(GObjectClass *oc) {
         g_param_spec_double("erle", "ERLE",
                             "Running echo reduction in dB, over the frames where the reference "
                             "plays",
-                            -G_MAXDOUBLE, G_MAXDOUBLE, 0.0,
-                            G_PARAM_READABLE | G_PARAM_STATIC_STRINGS));
+                            -200.0, 200.0, 0.0, G_PARAM_READABLE | G_PARAM_STATIC_STRINGS));
 }
 
 static void gst_qenaec_class_init(GstQenAecClass *klass) {

@@ -21,6 +21,12 @@ typedef struct {
     guint ratio; /* tenths, 1..10 */
 } QenAecTuning;
 
+/* Reads the "tuned" entry of a result of `qenaec tune`,
+ *   {"tuned": {"intensity": [7 integers], "edges": [6 integers], "ratio": integer, ...}, ...},
+ * into the band table and ratio of `tuning` (comfort noise is left as it is). Returns NULL,
+ * or why the file cannot be used, naming it and the entry (free with g_free). */
+gchar *qenaec_tuning_load(const gchar *path, QenAecTuning *tuning);
+
 /* "a,b,c": exactly `count` non-negative decimal integers. */
 gboolean qenaec_parse_list(const gchar *text, guint32 *values, guint count);
 gchar *qenaec_format_list(const guint32 *values, guint count);

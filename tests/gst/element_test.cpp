@@ -146,6 +146,7 @@ struct FileCase {
     bool shift_in_timestamps = false;           // by the far branch's timestamps, not far-delay
     const char *properties = "";
     std::vector<std::string> tool_options = {};
+    const char *config = nullptr;  // a tune result, given to the element as config=
 };
 
 // Frames in which some microphone sample finds no reference: the reference has ended, or
@@ -206,7 +207,9 @@ TEST_P(FilePipeline, EqualsTheToolSampleForSample) {
     const int lines_before = library_lines;
     Outcome o;
     const std::string printed = qtest::capture_stdout([&] {
-        GstElement *pipeline = launch(file_pipeline(dir.dir(), c.properties));
+        const std::string config =
+            c.config != nullptr ? " config=" + dir.write_file("tuned.json", c.config) : "";
+        GstElement *pipeline = launch(file_pipeline(dir.dir(), c.properties + config));
         if (c.shift_in_timestamps) {
             delay_pad(pipeline, "far_sink",
                       gst_util_uint64_scale_int(c.shift, GST_SECOND, near.rate));
@@ -246,34 +249,42 @@ e2e::Scenario scenario(int rate, int near_channels, int far_channels) {
 
 INSTANTIATE_TEST_SUITE_P(
     Gst, FilePipeline,
-    testing::Values(FileCase{.name = "demo_defaults"},
-                    FileCase{.name = "linear_stage",
-                             .scenario = scenario(16000, 1, 1),
-                             .properties = "mode=linear",
-                             .tool_options = {"--mode", "linear"}},
-                    // 12.5 ms at 32 kHz: 400 samples.
-                    FileCase{
-                        .name = "tuned_and_delayed",
-                        .scenario = scenario(32000, 1, 1),
-                        .shift = 400,
-                        .properties = "comfort-noise=true intensity=8,6,6,8,12,12,12 "
-                                      "edges=5,8,30,45,50,60 ratio=4 far-delay=12.5",
-                        .tool_options = {"--cng", "--intensity", "8,6,6,8,12,12,12", "--edges",
-                                         "5,8,30,45,50,60", "--ratio", "4", "--far-delay", "12.5"}},
-                    // A reference 20 ms later in running time pairs as --far-delay 20 does.
-                    FileCase{.name = "reference_timestamps_later",
-                             .scenario = scenario(16000, 1, 1),
-                             .shift = 320,
-                             .shift_in_timestamps = true,
-                             .tool_options = {"--far-delay", "20"}},
-                    FileCase{.name = "stereo_short_reference_odd_length",
-                             .scenario = scenario(48000, 2, 2),
-                             .extra_samples = 77,
-                             .far_share = 0.8,
-                             .saturate = true},
-                    FileCase{.name = "stereo_microphone_mono_reference",
-                             .scenario = scenario(8000, 2, 1),
-                             .extra_samples = 5}),
+    testing::Values(
+        FileCase{.name = "demo_defaults"},
+        FileCase{.name = "linear_stage",
+                 .scenario = scenario(16000, 1, 1),
+                 .properties = "mode=linear",
+                 .tool_options = {"--mode", "linear"}},
+        // 12.5 ms at 32 kHz: 400 samples.
+        FileCase{.name = "tuned_and_delayed",
+                 .scenario = scenario(32000, 1, 1),
+                 .shift = 400,
+                 .properties = "comfort-noise=true intensity=8,6,6,8,12,12,12 "
+                               "edges=5,8,30,45,50,60 ratio=4 far-delay=12.5",
+                 .tool_options = {"--cng", "--intensity", "8,6,6,8,12,12,12", "--edges",
+                                  "5,8,30,45,50,60", "--ratio", "4", "--far-delay", "12.5"}},
+        // A reference 20 ms later in running time pairs as --far-delay 20 does.
+        FileCase{.name = "reference_timestamps_later",
+                 .scenario = scenario(16000, 1, 1),
+                 .shift = 320,
+                 .shift_in_timestamps = true,
+                 .tool_options = {"--far-delay", "20"}},
+        // The tune result's edges and ratio, with its intensities overridden.
+        FileCase{.name = "config_and_property",
+                 .scenario = scenario(16000, 1, 1),
+                 .properties = "intensity=9,9,9,9,9,9,9",
+                 .tool_options = {"--intensity", "9,9,9,9,9,9,9", "--edges", "3,7,30,40,60,90",
+                                  "--ratio", "3"},
+                 .config = R"({"tuned": {"erle_db": 30.5, "intensity": [1, 2, 3, 4, 5, 6, 7],
+                               "edges": [3, 7, 30, 40, 60, 90], "ratio": 3}})"},
+        FileCase{.name = "stereo_short_reference_odd_length",
+                 .scenario = scenario(48000, 2, 2),
+                 .extra_samples = 77,
+                 .far_share = 0.8,
+                 .saturate = true},
+        FileCase{.name = "stereo_microphone_mono_reference",
+                 .scenario = scenario(8000, 2, 1),
+                 .extra_samples = 5}),
     [](const testing::TestParamInfo<FileCase> &info) { return info.param.name; });
 
 // ---- Live pipelines ---------------------------------------------------------------------
@@ -448,6 +459,48 @@ INSTANTIATE_TEST_SUITE_P(Gst, RefusedFormat,
                          [](const testing::TestParamInfo<RefusedCase> &info) {
                              return info.param.name;
                          });
+
+// ---- Unusable tune results --------------------------------------------------------------
+
+struct ConfigCase {
+    const char *name;
+    const char *text;   // nullptr: no such file
+    const char *named;  // what the message must point at, besides the file
+};
+
+void PrintTo(const ConfigCase &c, std::ostream *os) {
+    *os << c.name;
+}
+
+class BadConfig : public testing::TestWithParam<ConfigCase> {};
+
+TEST_P(BadConfig, StopsTheStartNamingTheFile) {
+    const ConfigCase &c = GetParam();
+    cli::TempDir dir;
+    const std::string path =
+        c.text != nullptr ? dir.write_file("tuned.json", c.text) : dir.path("absent.json");
+    const std::string source =
+        "audiotestsrc num-buffers=4 ! audio/x-raw,format=S16LE,rate=16000,channels=1 ! ";
+    GstElement *pipeline = launch(source + "aec.near_sink " + source + "aec.far_sink " +
+                                  "qenaec name=aec config=" + path + " ! fakesink");
+    const Outcome o = play(pipeline);
+    gst_object_unref(pipeline);
+
+    EXPECT_EQ(o.error_source, "aec");
+    EXPECT_EQ(o.error_domain, GST_RESOURCE_ERROR);
+    EXPECT_NE(o.error_text.find(path), std::string::npos) << o.error_text;
+    EXPECT_NE(o.error_text.find(c.named), std::string::npos) << o.error_text;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Gst, BadConfig,
+    testing::Values(ConfigCase{"missing", nullptr, "No such file"},
+                    ConfigCase{"not_json", "tuned: yes", "not valid JSON"},
+                    ConfigCase{"edges_short",
+                               R"({"tuned": {"intensity": [1, 2, 3, 4, 5, 6, 7], "edges": [4, 6],
+                                             "ratio": 2}})",
+                               "tuned.edges"}),
+    [](const testing::TestParamInfo<ConfigCase> &info) { return info.param.name; });
 
 }  // namespace
 
