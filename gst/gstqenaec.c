@@ -7,11 +7,11 @@
  * stream's layout (rate, channels) changes. */
 #include "gstqenaec.h"
 
-#include <gst/base/gstadapter.h>
 #include <math.h>
 #include <string.h>
 
 #include "messages.h"
+#include "microphone.h"
 #include "qen_aec.h"
 #include "reference.h"
 #include "stats.h"
@@ -86,15 +86,8 @@ struct _GstQenAec {
     AudioAecConfig defaults; /* what Init installed */
     GstQenAecMode run_mode;
     gint64 far_delay; /* samples */
-    GstAdapter *near;
-    guint64 near_in, near_out; /* microphone samples put into `near` and taken out */
-    GstClockTime anchor_pts;   /* timestamp of microphone sample `anchor_sample` */
-    guint64 anchor_sample;
+    QenAecMicrophone mic;
     QenAecReference reference;
-    GstBuffer *far_buffer; /* reference buffer not yet wholly stored */
-    GstMapInfo far_map;
-    guint far_done;
-    gint64 far_position;
     QenAecStats stats;
     guint64 frames_since_post;
     gint16 near_frame[FRAME * MAX_CHANNELS];
@@ -219,23 +212,10 @@ static gboolean read_tuning(GstQenAec *self, QenAecTuning *t, gchar **why) {
     if (self->ratio_set) {
         t->ratio = self->ratio;
     }
-    if (self->intensity != NULL && *self->intensity != '\0') {
-        t->has_intensity = TRUE;
-        if (!qenaec_parse_list(self->intensity, t->intensity, QENAEC_BANDS)) {
-            *why = g_strdup_printf(
-                "intensity takes %d comma-separated non-negative integers "
-                "(got '%s')",
-                QENAEC_BANDS, self->intensity);
-        }
-    }
-    if (*why == NULL && self->edges != NULL && *self->edges != '\0') {
-        t->has_edges = TRUE;
-        if (!qenaec_parse_list(self->edges, t->edges, QENAEC_EDGES)) {
-            *why = g_strdup_printf(
-                "edges takes %d comma-separated non-negative integers "
-                "(got '%s')",
-                QENAEC_EDGES, self->edges);
-        }
+    *why = qenaec_tuning_take_list("intensity", self->intensity, t->intensity, QENAEC_BANDS,
+                                   &t->has_intensity);
+    if (*why == NULL) {
+        *why = qenaec_tuning_take_list("edges", self->edges, t->edges, QENAEC_EDGES, &t->has_edges);
     }
     self->tuning_changed = FALSE;
     GST_OBJECT_UNLOCK(self);
@@ -303,55 +283,14 @@ static gboolean start_instance(GstQenAec *self, const Layout *layout) {
     return TRUE;
 }
 
-/* ---- Microphone timestamps ------------------------------------------------------------ */
-
-/* Timestamp of microphone sample `sample`, counted from the stream's start. */
-static GstClockTime near_pts_at(const GstQenAec *self, guint64 sample) {
-    if (!GST_CLOCK_TIME_IS_VALID(self->anchor_pts)) {
-        return GST_CLOCK_TIME_NONE;
-    }
-    const gint rate = self->layout.rate;
-    if (sample >= self->anchor_sample) {
-        return self->anchor_pts +
-               gst_util_uint64_scale_int(sample - self->anchor_sample, GST_SECOND, rate);
-    }
-    const GstClockTime back =
-        gst_util_uint64_scale_int(self->anchor_sample - sample, GST_SECOND, rate);
-    return self->anchor_pts > back ? self->anchor_pts - back : 0;
-}
-
-/* Continuous timestamps are counted on from the last anchor; a buffer that jumps (by more
- * than half a sample) or says it is discontinuous becomes the new anchor. */
-static void note_near_timestamp(GstQenAec *self, GstBuffer *buffer) {
-    const GstClockTime pts = GST_BUFFER_PTS(buffer);
-    if (!GST_CLOCK_TIME_IS_VALID(pts)) {
-        return;
-    }
-    const GstClockTime expected = near_pts_at(self, self->near_in);
-    const GstClockTime half_sample = GST_SECOND / (2 * self->layout.rate);
-    if (!GST_CLOCK_TIME_IS_VALID(expected) || GST_BUFFER_IS_DISCONT(buffer) ||
-        (pts > expected ? pts - expected : expected - pts) > half_sample) {
-        self->anchor_pts = pts;
-        self->anchor_sample = self->near_in;
-    }
-}
-
-static gsize near_bytes(const GstQenAec *self, guint samples) {
-    return (gsize)samples * self->layout.near_channels * sizeof(gint16);
-}
-
-static guint near_available(const GstQenAec *self) {
-    return (guint)(gst_adapter_available(self->near) / near_bytes(self, 1));
-}
+/* ---- Microphone ------------------------------------------------------------------- */
 
 /* Takes microphone buffers until a frame is complete or none is queued. */
 static void pull_near(GstQenAec *self) {
     GstBuffer *buffer;
-    while (near_available(self) < FRAME &&
+    while (qenaec_microphone_available(&self->mic) < FRAME &&
            (buffer = gst_aggregator_pad_pop_buffer(self->near_pad)) != NULL) {
-        note_near_timestamp(self, buffer);
-        self->near_in += gst_buffer_get_size(buffer) / near_bytes(self, 1);
-        gst_adapter_push(self->near, buffer);
+        qenaec_microphone_push(&self->mic, buffer);
     }
 }
 
@@ -367,9 +306,9 @@ static gint64 to_position(GstClockTime running_time, gint sign, gint rate) {
 
 /* The next microphone frame's place. Without timestamps the stream counts from zero. */
 static FramePlace place_next_frame(GstQenAec *self) {
-    FramePlace place = {near_pts_at(self, self->near_out), 0, 0};
+    FramePlace place = {qenaec_microphone_pts(&self->mic, 0), 0, 0};
     const gint rate = self->layout.rate;
-    GstClockTime rt = gst_util_uint64_scale_int(self->near_out, GST_SECOND, rate);
+    GstClockTime rt = gst_util_uint64_scale_int(self->mic.taken, GST_SECOND, rate);
     gint sign = 1;
     if (GST_CLOCK_TIME_IS_VALID(place.pts)) {
         GST_OBJECT_LOCK(self->near_pad);
@@ -384,65 +323,40 @@ static FramePlace place_next_frame(GstQenAec *self) {
 
 /* ---- Reference --------------------------------------------------------------------- */
 
-static void release_far_buffer(GstQenAec *self) {
-    if (self->far_buffer != NULL) {
-        gst_buffer_unmap(self->far_buffer, &self->far_map);
-        gst_clear_buffer(&self->far_buffer);
-    }
-}
-
-static gboolean take_far_buffer(GstQenAec *self) {
-    GstBuffer *buffer = gst_aggregator_pad_pop_buffer(self->far_pad);
-    if (buffer == NULL) {
-        return FALSE;
-    }
+/* Where a reference buffer belongs; an untimed one follows on from the last. */
+static gint64 far_position(GstQenAec *self, GstBuffer *buffer) {
     const GstClockTime pts = GST_BUFFER_PTS(buffer);
-    gint64 position = self->reference.delivered; /* untimed: follows on */
+    GstClockTime rt = 0;
+    gint sign = 0;
     if (GST_CLOCK_TIME_IS_VALID(pts)) {
-        GstClockTime rt = 0;
         GST_OBJECT_LOCK(self->far_pad);
-        const gint sign =
-            gst_segment_to_running_time_full(&self->far_pad->segment, GST_FORMAT_TIME, pts, &rt);
+        sign = gst_segment_to_running_time_full(&self->far_pad->segment, GST_FORMAT_TIME, pts, &rt);
         GST_OBJECT_UNLOCK(self->far_pad);
-        if (sign != 0) {
-            position = to_position(rt, sign, self->layout.rate);
-        }
     }
-    if (!gst_buffer_map(buffer, &self->far_map, GST_MAP_READ)) {
-        gst_buffer_unref(buffer);
-        return TRUE; /* an unreadable buffer is a gap */
-    }
-    self->far_buffer = buffer;
-    self->far_done = 0;
-    self->far_position = position;
-    qenaec_reference_reach(&self->reference, position);
-    return TRUE;
+    return sign != 0 ? to_position(rt, sign, self->layout.rate) : self->reference.delivered;
 }
 
 /* Stores reference buffers until everything before `end` has come or none is queued. */
 static void feed_reference(GstQenAec *self, gint64 end) {
-    const gsize frame_bytes = (gsize)self->layout.far_channels * sizeof(gint16);
-    while (self->reference.delivered < end) {
-        if (self->far_buffer == NULL && !take_far_buffer(self)) {
-            return;
-        }
-        if (self->far_buffer == NULL) {
+    QenAecReference *r = &self->reference;
+    while (r->delivered < end) {
+        if (qenaec_reference_has_pending(r)) {
+            if (!qenaec_reference_resume(r)) {
+                return; /* the store is full until frames move on */
+            }
             continue;
         }
-        const guint count = (guint)(self->far_map.size / frame_bytes);
-        const gint16 *samples = (const gint16 *)self->far_map.data;
-        self->far_done += qenaec_reference_write(
-            &self->reference, self->far_position + self->far_done,
-            samples + (gsize)self->far_done * self->layout.far_channels, count - self->far_done);
-        if (self->far_done < count) {
-            return; /* the store is full until frames move on */
+        GstBuffer *buffer = gst_aggregator_pad_pop_buffer(self->far_pad);
+        if (buffer == NULL) {
+            return;
         }
-        release_far_buffer(self);
+        qenaec_reference_offer(r, far_position(self, buffer), buffer);
     }
 }
 
 static gboolean far_is_over(GstQenAec *self) {
-    return self->far_buffer == NULL && gst_aggregator_pad_is_eos(self->far_pad) &&
+    return !qenaec_reference_has_pending(&self->reference) &&
+           gst_aggregator_pad_is_eos(self->far_pad) &&
            !gst_aggregator_pad_has_buffer(self->far_pad);
 }
 
@@ -496,9 +410,9 @@ static void count_frame(GstQenAec *self, guint absent) {
 /* Runs one frame of `samples` microphone samples (fewer than a frame only at the end,
  * padded with silence for the library) and pushes it. */
 static GstFlowReturn process_frame(GstQenAec *self, guint samples, const FramePlace *place) {
-    const gsize bytes = near_bytes(self, samples);
+    const gsize bytes = (gsize)samples * self->layout.near_channels * sizeof(gint16);
     memset(self->near_frame, 0, sizeof self->near_frame);
-    gst_adapter_copy(self->near, self->near_frame, 0, bytes);
+    qenaec_microphone_peek(&self->mic, self->near_frame, samples);
     /* Past the end of the microphone no reference is missed. */
     const gint64 start = place->position - self->far_delay;
     const guint absent = qenaec_reference_read(&self->reference, start, samples, self->far_frame);
@@ -525,7 +439,7 @@ static GstFlowReturn process_frame(GstQenAec *self, guint samples, const FramePl
 
     GstBuffer *out = gst_buffer_new_memdup(self->out_frame, bytes);
     GST_BUFFER_PTS(out) = place->pts;
-    const GstClockTime end = near_pts_at(self, self->near_out + samples);
+    const GstClockTime end = qenaec_microphone_pts(&self->mic, samples);
     if (GST_CLOCK_TIME_IS_VALID(place->pts) && GST_CLOCK_TIME_IS_VALID(end)) {
         GST_BUFFER_DURATION(out) = end - place->pts;
         GstAggregatorPad *src = GST_AGGREGATOR_PAD(GST_AGGREGATOR_SRC_PAD(self));
@@ -533,8 +447,7 @@ static GstFlowReturn process_frame(GstQenAec *self, guint samples, const FramePl
         src->segment.position = end;
         GST_OBJECT_UNLOCK(src);
     }
-    gst_adapter_flush(self->near, bytes);
-    self->near_out += samples;
+    qenaec_microphone_take(&self->mic, samples);
     return gst_aggregator_finish_buffer(GST_AGGREGATOR(self), out);
 }
 
@@ -545,7 +458,7 @@ static GstFlowReturn process_ready(GstQenAec *self, gboolean drain) {
         if (!drain) {
             pull_near(self);
         }
-        const guint samples = MIN(near_available(self), FRAME);
+        const guint samples = MIN(qenaec_microphone_available(&self->mic), FRAME);
         if (samples == 0 || (samples < FRAME && !drain && !near_is_over(self))) {
             return GST_FLOW_OK;
         }
@@ -561,13 +474,9 @@ static GstFlowReturn process_ready(GstQenAec *self, gboolean drain) {
 }
 
 static void forget_stream(GstQenAec *self) {
-    if (self->near != NULL) {
-        gst_adapter_clear(self->near);
+    if (self->mic.adapter != NULL) {
+        qenaec_microphone_clear(&self->mic);
     }
-    self->near_in = self->near_out = 0;
-    self->anchor_pts = GST_CLOCK_TIME_NONE;
-    self->anchor_sample = 0;
-    release_far_buffer(self);
     if (self->reference.capacity > 0) {
         qenaec_reference_clear(&self->reference);
     }
@@ -583,6 +492,7 @@ static gboolean change_layout(GstQenAec *self, const Layout *layout) {
         return FALSE;
     }
     forget_stream(self);
+    qenaec_microphone_set_format(&self->mic, layout->rate, layout->near_channels);
     return start_instance(self, layout);
 }
 
@@ -602,7 +512,7 @@ static GstFlowReturn gst_qenaec_aggregate(GstAggregator *agg, gboolean timeout) 
         return GST_FLOW_ERROR;
     }
     const GstFlowReturn ret = process_ready(self, FALSE);
-    if (ret == GST_FLOW_OK && near_is_over(self) && near_available(self) == 0) {
+    if (ret == GST_FLOW_OK && near_is_over(self) && qenaec_microphone_available(&self->mic) == 0) {
         post_stats(self); /* the last figures of the stream */
         return GST_FLOW_EOS;
     }
@@ -613,8 +523,8 @@ static GstFlowReturn gst_qenaec_aggregate(GstAggregator *agg, gboolean timeout) 
  * aggregator then wakes at that time plus the latency even if the reference stays away. */
 static GstClockTime gst_qenaec_get_next_time(GstAggregator *agg) {
     GstQenAec *self = GST_QENAEC(agg);
-    if (self->aec == NULL ||
-        (near_available(self) < FRAME && !gst_aggregator_pad_has_buffer(self->near_pad))) {
+    if (self->aec == NULL || (qenaec_microphone_available(&self->mic) < FRAME &&
+                              !gst_aggregator_pad_has_buffer(self->near_pad))) {
         return GST_CLOCK_TIME_NONE;
     }
     return place_next_frame(self).running_time;
@@ -748,7 +658,7 @@ static gboolean gst_qenaec_start(GstAggregator *agg) {
     GObject *previous = qenaec_messages_enter(G_OBJECT(self));
     self->block = g_malloc(QenAec_GetBufferSize());
     qenaec_messages_leave(previous);
-    self->near = gst_adapter_new();
+    qenaec_microphone_init(&self->mic);
     self->layout = (Layout){0, 0, 0};
     self->far_caps_channels = 0;
     self->frames_since_post = 0;
@@ -764,7 +674,7 @@ static gboolean gst_qenaec_stop(GstAggregator *agg) {
     forget_stream(self);
     free_instance(self);
     g_clear_pointer(&self->block, g_free);
-    g_clear_object(&self->near);
+    qenaec_microphone_free(&self->mic);
     qenaec_reference_free(&self->reference);
     self->layout = (Layout){0, 0, 0};
     GST_OBJECT_LOCK(self);
@@ -967,5 +877,4 @@ static void gst_qenaec_init(GstQenAec *self) {
     self->mode = GST_QENAEC_MODE_FULL;
     self->ratio = DEFAULT_RATIO;
     self->stats_interval_ms = DEFAULT_STATS_INTERVAL_MS;
-    self->anchor_pts = GST_CLOCK_TIME_NONE;
 }

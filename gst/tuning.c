@@ -7,10 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-gboolean qenaec_parse_list(const gchar *text, guint32 *values, guint count) {
-    if (text == NULL) {
-        return FALSE;
-    }
+static gboolean parse_list(const gchar *text, guint32 *values, guint count) {
     gchar **parts = g_strsplit(text, ",", -1);
     gboolean ok = g_strv_length(parts) == count;
     for (guint i = 0; ok && i < count; ++i) {
@@ -83,7 +80,19 @@ gchar *qenaec_tuning_load(const gchar *path, QenAecTuning *t) {
     return NULL;
 }
 
-gchar *qenaec_format_list(const guint32 *values, guint count) {
+gchar *qenaec_tuning_take_list(const gchar *name, const gchar *text, guint32 *values, guint count,
+                               gboolean *has) {
+    if (text == NULL || *text == '\0') {
+        return NULL;
+    }
+    *has = TRUE;
+    return parse_list(text, values, count)
+               ? NULL
+               : g_strdup_printf("%s takes %u comma-separated non-negative integers (got '%s')",
+                                 name, count, text);
+}
+
+static gchar *format_list(const guint32 *values, guint count) {
     GString *s = g_string_new(NULL);
     for (guint i = 0; i < count; ++i) {
         g_string_append_printf(s, "%s%u", i > 0 ? "," : "", values[i]);
@@ -96,11 +105,11 @@ static gchar *band_table_refusal(ALGO_AEC_RET code, const AudioAecConfig *cfg) {
     gchar *why = NULL;
     switch (code) {
         case ALGO_AEC_RET_INVALID_SUP_MODE:
-            list = qenaec_format_list(cfg->suppression_mode_intensity, QENAEC_BANDS);
+            list = format_list(cfg->suppression_mode_intensity, QENAEC_BANDS);
             why = g_strdup_printf("every intensity must be 0..25 (got %s)", list);
             break;
         case ALGO_AEC_RET_INVALID_SUP_BAND:
-            list = qenaec_format_list(cfg->suppression_mode_freq, QENAEC_EDGES);
+            list = format_list(cfg->suppression_mode_freq, QENAEC_EDGES);
             why = g_strdup_printf(
                 "every edge must be an FFT bin in 1..126, in non-decreasing order (got %s)", list);
             break;

@@ -27,9 +27,11 @@ typedef struct {
  * or why the file cannot be used, naming it and the entry (free with g_free). */
 gchar *qenaec_tuning_load(const gchar *path, QenAecTuning *tuning);
 
-/* "a,b,c": exactly `count` non-negative decimal integers. */
-gboolean qenaec_parse_list(const gchar *text, guint32 *values, guint count);
-gchar *qenaec_format_list(const guint32 *values, guint count);
+/* Puts the comma list of property `name` ("a,b,c": `count` non-negative integers) into
+ * `values` and sets `*has`; does nothing when `text` is unset or empty. Returns NULL, or
+ * why the list does not parse (free with g_free). */
+gchar *qenaec_tuning_take_list(const gchar *name, const gchar *text, guint32 *values, guint count,
+                               gboolean *has);
 
 /* Installs `tuning` over `defaults` (what GetConfig gave right after Init). On a `fresh`
  * instance Config is called only when a setting differs from Init's, as the tool does:
