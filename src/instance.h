@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "core/aec_state.h"
+#include "dims.h"
 #include "dsp/fft.h"
 #include "dsp/stream.h"
 #include "mdf/mdf.h"
@@ -18,8 +19,8 @@ struct aec_input_data_property_t {
     uint32_t comfort_noise_channel;  // the comfort-noise switch, 0 or 1
     float comfort_noise_min_pwr;
     int32_t comfort_noise_mul_left_shift;
-    uint32_t Supp_Mode_Frq[6];
-    uint32_t Supp_Mode[7];
+    uint32_t Supp_Mode_Frq[kAecBandEdges];
+    uint32_t Supp_Mode[kAecBands];
 };
 
 struct aec_saturated_flag_t {
@@ -41,21 +42,21 @@ struct aec_workingbuf_t {
     aec_saturated_flag_t aec_saturated_flag;
     aec_status_flag_t aec_status_flag;
     MdfEchoState mdf_workingbuff;
-    int32_t fft_aec_ip[128];
-    float AudioNearEnd[2][256];
-    float AudioFarEnd[2][256];
-    float AudioNearEndSub[256];
-    float fft_aec_buf[258];
-    float fft_aec_wfft[256];
+    int32_t fft_aec_ip[kAecFft / 2];
+    float AudioNearEnd[2][kAecFft];
+    float AudioFarEnd[2][kAecFft];
+    float AudioNearEndSub[kAecFft];
+    float fft_aec_buf[kAecSpectrum];
+    float fft_aec_wfft[kAecFft];
     float fft_aec_in_positive_max;
-    float xf[258];
-    float xfw[258];
-    float yf[258];
-    float yfw[258];
-    float ef[258];
-    float efw[258];
-    float dfw[258];
-    float hNl[129];
+    float xf[kAecSpectrum];
+    float xfw[kAecSpectrum];
+    float yf[kAecSpectrum];
+    float yfw[kAecSpectrum];
+    float ef[kAecSpectrum];
+    float efw[kAecSpectrum];
+    float dfw[kAecSpectrum];
+    float hNl[kAecBins];
     float Recursive_Ratio;
     float FE_Level_Thr;
     float FarEndMean;
@@ -69,6 +70,6 @@ struct aec_workingbuf_t {
     postInfo_t postInfo;
     int32_t dbg_level;
     int32_t dump_id;
-    float mdf_echo[256];
-    float mdf_error[256];
+    float mdf_echo[kAecFft];
+    float mdf_error[kAecFft];
 };

@@ -23,7 +23,7 @@ ALGO_AEC_RET check_config(const AudioAecConfig *cfg, int dbg_lv) {
                  static_cast<int>(cfg->comfort_noise_enable));
         return ALGO_AEC_RET_INVALID_COMFORT_NOISE;
     }
-    for (int k = 0; k < 7; ++k) {
+    for (int k = 0; k < kAecBands; ++k) {
         if (cfg->suppression_mode_intensity[k] > kSuppModeMaxIntensity) {
             algo_log(dbg_lv, ALGO_MSG_ERR,
                      " [AEC]Fail! The SuppMode only support [0~25] for each element!\t\n");
@@ -31,7 +31,7 @@ ALGO_AEC_RET check_config(const AudioAecConfig *cfg, int dbg_lv) {
         }
     }
     const uint32_t *edge = cfg->suppression_mode_freq;
-    for (int k = 0; k < 6; ++k) {
+    for (int k = 0; k < kAecBandEdges; ++k) {
         if (edge[k] == 0 || edge[k] > kMaxBandEdge) {
             algo_log(dbg_lv, ALGO_MSG_ERR,
                      " [AEC]Fail! The SuppMode_Band only support [1~126] for each element!\t\n");

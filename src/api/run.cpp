@@ -62,13 +62,13 @@ ALGO_AEC_RET run_front(aec_workingbuf_t *buf, short *near, short *far, Mode mode
         DebugDumpDataWrite(buf->near_end_dump, near, prop.point_number * prop.nearend_channel);
     }
 
-    set_post_info(buf, 256, prop.nearend_channel, static_cast<int32_t>(prop.point_number), 1);
+    set_post_info(buf, kAecFft, prop.nearend_channel, static_cast<int32_t>(prop.point_number), 1);
     for (uint32_t ch = 0; ch < prop.nearend_channel; ++ch) {
         LoadStreamf(buf->AudioNearEnd[ch], near, static_cast<int>(ch), &buf->postInfo);
     }
     detect_saturation(buf, near);
 
-    set_post_info(buf, 256, prop.farend_channel, static_cast<int32_t>(prop.point_number), 1);
+    set_post_info(buf, kAecFft, prop.farend_channel, static_cast<int32_t>(prop.point_number), 1);
     // The linear-only path bounds the far-end loop by the near-end channel count.
     const uint32_t far_loads = mode == Mode::kFull ? prop.farend_channel : prop.nearend_channel;
     for (uint32_t ch = 0; ch < far_loads; ++ch) {
@@ -76,11 +76,10 @@ ALGO_AEC_RET run_front(aec_workingbuf_t *buf, short *near, short *far, Mode mode
     }
 
     // Measured over the first half of the pair: the previous frame's samples.
-    buf->FarEndMean =
-        FarEndMean_Compute(buf->AudioFarEnd[0], static_cast<int>(prop.point_number));
+    buf->FarEndMean = FarEndMean_Compute(buf->AudioFarEnd[0], static_cast<int>(prop.point_number));
     VelFuncAec_BufferFarendPartition(buf, buf->AudioFarEnd[0]);
-    buf->postInfo.length = 128;
-    Post_Clipping_Check(&buf->AudioNearEnd[0][128], &buf->postInfo, buf->dbg_level);
+    buf->postInfo.length = kAecBlock;
+    Post_Clipping_Check(&buf->AudioNearEnd[0][kAecBlock], &buf->postInfo, buf->dbg_level);
     return ALGO_AEC_RET_SUCCESS;
 }
 
@@ -118,8 +117,7 @@ ALGO_AEC_RET _QenAec_Run(AEC_HANDLE handle, short *pssAduioNearEndIn, short *pss
     return run_back(buf, pssAduioNearEndIn);
 }
 
-ALGO_AEC_RET _QenAec_ADF_Run(AEC_HANDLE handle, short *pssAduioNearEndIn,
-                             short *pssAduioFarEndIn) {
+ALGO_AEC_RET _QenAec_ADF_Run(AEC_HANDLE handle, short *pssAduioNearEndIn, short *pssAduioFarEndIn) {
     if (handle == nullptr) {
         algo_log_always(ALGO_MSG_ERR, "[AEC]Fail! The AecWorkingBuff is NULL\t\n");
         return static_cast<ALGO_AEC_RET>(-1);
@@ -135,7 +133,7 @@ ALGO_AEC_RET _QenAec_ADF_Run(AEC_HANDLE handle, short *pssAduioNearEndIn,
     if (buf->FarEndMean > 0) {
         Aec_NLMS_process(buf, buf->AudioNearEnd[0], buf->AudioNearEnd[1]);
     }
-    write_output(buf, &buf->mdf_error[128], pssAduioNearEndIn);
+    write_output(buf, &buf->mdf_error[kAecBlock], pssAduioNearEndIn);
     return run_back(buf, pssAduioNearEndIn);
 }
 

@@ -46,7 +46,7 @@ void install_default_bands(aec_workingbuf_t *buf) {
 }
 
 void init_filter(aec_workingbuf_t *buf) {
-    mdf_echo_state_init(buf, kAecBlock, 1024);
+    mdf_echo_state_init(buf, kAecBlock, kAecTaps);
     mdf_echo_ctl(buf, kMdfSetSamplingRate, &buf->aec_inst.sampFreq);
 }
 

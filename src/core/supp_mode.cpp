@@ -5,8 +5,8 @@
 
 #include "instance.h"
 
-const uint32_t default_Supp_Mode[7] = {5, 4, 4, 5, 10, 10, 10};
-const uint32_t default_Supp_Mode_Freq[6] = {4, 6, 36, 49, 50, 51};
+const uint32_t default_Supp_Mode[kAecBands] = {5, 4, 4, 5, 10, 10, 10};
+const uint32_t default_Supp_Mode_Freq[kAecBandEdges] = {4, 6, 36, 49, 50, 51};
 
 namespace {
 

@@ -5,12 +5,14 @@
 
 #include <cstdint>
 
+#include "dims.h"
+
 struct aec_workingbuf_t;
 
 constexpr int kSuppModeMaxIntensity = 25;
 
-extern const uint32_t default_Supp_Mode[7];       // intensities of bands 0..6
-extern const uint32_t default_Supp_Mode_Freq[6];  // upper edge bin of bands 0..5
+extern const uint32_t default_Supp_Mode[kAecBands];           // intensities of bands 0..6
+extern const uint32_t default_Supp_Mode_Freq[kAecBandEdges];  // upper edge bin of bands 0..5
 
 // Sets errThresh and, band by band, targetSupp and minOverDrive from `Mode_Matrix` (7
 // intensities). Returns 0, or -1 at the first intensity above 25 (earlier bands are already

@@ -12,7 +12,6 @@
 namespace {
 
 constexpr int kTableSize = 1024;
-constexpr int kMaxBins = 129;  // length 256: bins 0..128
 
 std::atomic<int> comfort_noise_ind{0};         // next table entry
 std::atomic<int> comfort_noise_ind_offset{0};  // entry whose low byte restarts the read position
@@ -57,13 +56,13 @@ void ComfortNoise_Process(float *input, float *noisePow, float *lambda, int leng
     (void)lambda;
     // Each bin's magnitude is needed twice (range, then weight); the transform size's bins
     // are computed once and kept (a longer spectrum computes the rest again).
-    float magnitude[kMaxBins];
+    float magnitude[kAecBins];
     float max = bin_magnitude(&input[0]);
     float min = max;
     magnitude[0] = max;
     for (int i = 2; i <= length; i += 2) {
         const float m = bin_magnitude(&input[i]);
-        if (i / 2 < kMaxBins) {
+        if (i / 2 < kAecBins) {
             magnitude[i / 2] = m;
         }
         if (m > max) {
@@ -76,7 +75,7 @@ void ComfortNoise_Process(float *input, float *noisePow, float *lambda, int leng
 
     for (int i = 0; i <= length; i += 2) {
         const int j = i / 2;
-        const float m = j < kMaxBins ? magnitude[j] : bin_magnitude(&input[i]);
+        const float m = j < kAecBins ? magnitude[j] : bin_magnitude(&input[i]);
         const float a = (float)(((double)m - min) / (((double)max - min) + 1e-10));
         // The loudest bin gets almost no noise, the weakest nearly the full floor.
         const float g = 0.9999 - a > 0 ? (float)(0.9999 - a) : 0.0f;

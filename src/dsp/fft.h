@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "dims.h"
+
 struct ne10_fft_cpx_float32_t {
     float r;
     float i;
@@ -18,7 +20,7 @@ typedef int ne10_result_t;
 enum : ne10_result_t { NE10_OK = 0, NE10_ERR = -1 };
 
 struct FFTHandle_t {
-    ne10_fft_cpx_float32_t fft_Ne10_out[129];
+    ne10_fft_cpx_float32_t fft_Ne10_out[kAecBins];
     ne10_fft_r2c_cfg_float32_t fft_Ne10_cfg;
     int is_fft_init;
     int fftSize;

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "dims.h"
+
 typedef float mdf_word16_t;  // a sample-scale value
 typedef float mdf_word32_t;  // an accumulated energy
 typedef float mdf_mem_t;     // filter memory
@@ -21,27 +23,27 @@ struct MdfEchoState {
     mdf_word16_t beta_max;
     mdf_word32_t sum_adapt;
     mdf_word16_t leak_estimate;
-    mdf_word16_t x[256];
-    mdf_word16_t X[2322];
-    mdf_word16_t input[129];
-    mdf_word16_t last_y[256];
-    mdf_word32_t PHI[258];
-    mdf_word32_t foreground[2064];
+    mdf_word16_t x[kAecFft];
+    mdf_word16_t X[kAecRing];
+    mdf_word16_t input[kAecBins];
+    mdf_word16_t last_y[kAecFft];
+    mdf_word32_t PHI[kAecSpectrum];
+    mdf_word32_t foreground[kAecPartitioned];
     mdf_word32_t Davg1;
     mdf_word32_t Davg2;
     mdf_word32_t Dvar1;
     mdf_word32_t Dvar2;
-    mdf_word32_t power[129];
-    mdf_word16_t power_1[129];
-    mdf_word16_t wtmp[256];
-    mdf_word32_t Rf[129];
-    mdf_word32_t Yf[129];
-    mdf_word32_t Eh[129];
-    mdf_word32_t Yh[129];
+    mdf_word32_t power[kAecBins];
+    mdf_word16_t power_1[kAecBins];
+    mdf_word16_t wtmp[kAecFft];
+    mdf_word32_t Rf[kAecBins];
+    mdf_word32_t Yf[kAecBins];
+    mdf_word32_t Eh[kAecBins];
+    mdf_word32_t Yh[kAecBins];
     mdf_word32_t Pey;
     mdf_word32_t Pyy;
-    mdf_word16_t window[256];
-    mdf_word16_t prop[8];
+    mdf_word16_t window[kAecFft];
+    mdf_word16_t prop[kAecPartitions];
     mdf_word16_t memX;
     mdf_word16_t memD;
     mdf_word16_t memE;

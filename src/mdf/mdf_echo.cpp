@@ -14,13 +14,6 @@
 
 namespace {
 
-constexpr int kFrame = 128;
-constexpr int kN = 256;
-constexpr int kM = 8;
-constexpr int kSpectrum = 258;
-constexpr int kFilter = kM * kSpectrum;
-constexpr int kBins = 129;
-
 // Energies of one frame (the state's Pey/Pyy are separate).
 struct frame_sums_t {
     float Sxx = 0, Sff = 0, See = 0, Syy = 0, Sey = 0, Sdd = 0, Dbf = 0;
@@ -28,7 +21,7 @@ struct frame_sums_t {
 
 float dot(float *a, float *b) {
     float r = 0;
-    ne10_InnerProduct(a, b, &r, kFrame);
+    ne10_InnerProduct(a, b, &r, kAecBlock);
     return r;
 }
 
@@ -52,15 +45,15 @@ void advance_cancel_count(aec_workingbuf_t *buf, MdfEchoState *st) {
 // DC notch and pre-emphasis of the near end into st->input, pre-emphasis of the far end into
 // the upper half of st->x.
 void preprocess(MdfEchoState *st, const float *in, const float *far_end) {
-    filter_dc_notch16(in, st->notch_radius, st->input, kFrame, st->notch_mem, 1);
+    filter_dc_notch16(in, st->notch_radius, st->input, kAecBlock, st->notch_mem, 1);
     const float preemph = st->preemph;
-    st->x[kFrame] = far_end[0] - preemph * st->memX;
-    for (int i = 1; i < kFrame; ++i) {
-        st->x[kFrame + i] = far_end[i] - preemph * far_end[i - 1];
+    st->x[kAecBlock] = far_end[0] - preemph * st->memX;
+    for (int i = 1; i < kAecBlock; ++i) {
+        st->x[kAecBlock + i] = far_end[i] - preemph * far_end[i - 1];
     }
-    st->memX = far_end[kFrame - 1];
+    st->memX = far_end[kAecBlock - 1];
     float memD = st->memD;
-    for (int i = 0; i < kFrame; ++i) {
+    for (int i = 0; i < kAecBlock; ++i) {
         const float d = st->input[i];
         st->input[i] = d - preemph * memD;
         memD = d;
@@ -72,24 +65,24 @@ void preprocess(MdfEchoState *st, const float *in, const float *far_end) {
 float advance_far_end(aec_workingbuf_t *buf, MdfEchoState *st) {
     // Only N floats of each spectrum move: the Nyquist pairs of spectra 1..8 keep their old
     // values. Intended; the ring has always been shifted this way.
-    for (int j = kM - 1; j >= 0; --j) {
-        memmove(st->X + (j + 1) * kSpectrum, st->X + j * kSpectrum, sizeof(float) * kN);
+    for (int j = kAecPartitions - 1; j >= 0; --j) {
+        memmove(st->X + (j + 1) * kAecSpectrum, st->X + j * kAecSpectrum, sizeof(float) * kAecFft);
     }
     fft_wrap(buf, st->x, st->X);
     // last_y holds the far-end pair until adaptation has been reached and it is shifted.
-    memcpy(st->last_y, st->x, sizeof(float) * kN);
-    const float Sxx = dot(st->x + kFrame, st->x + kFrame);
-    memcpy(st->x, st->x + kFrame, sizeof(float) * kFrame);
+    memcpy(st->last_y, st->x, sizeof(float) * kAecFft);
+    const float Sxx = dot(st->x + kAecBlock, st->x + kAecBlock);
+    memcpy(st->x, st->x + kAecBlock, sizeof(float) * kAecBlock);
     return Sxx;
 }
 
 // Foreground error into e[0..127] (its echo estimate in e[128..255]); returns Sff.
 float foreground_error(aec_workingbuf_t *buf, MdfEchoState *st) {
     float *e = buf->aec_inst.eBuf;
-    VelFunc_SpectralMulAccum(st->X, st->foreground, buf->yf, kSpectrum, kM);
+    VelFunc_SpectralMulAccum(st->X, st->foreground, buf->yf, kAecSpectrum, kAecPartitions);
     ifft_wrap(buf, buf->yf, e);
-    for (int i = 0; i < kFrame; ++i) {
-        e[i] = st->input[i] - e[kFrame + i];
+    for (int i = 0; i < kAecBlock; ++i) {
+        e[i] = st->input[i] - e[kAecBlock + i];
     }
     return dot(e, e);
 }
@@ -98,25 +91,26 @@ float foreground_error(aec_workingbuf_t *buf, MdfEchoState *st) {
 // then the constraint of partition 0 and of the partition whose turn it is.
 void adapt_background(aec_workingbuf_t *buf, MdfEchoState *st) {
     float *W = buf->aec_inst.wfBuf;
-    mdf_adjust_prop(W, kSpectrum, kM, st->prop);
+    mdf_adjust_prop(W, kAecSpectrum, kAecPartitions, st->prop);
     if (st->saturated == 0) {
-        for (int j = kM - 1; j >= 0; --j) {
-            VelFunc_WeightedSpectralMulConj(st->power_1, st->prop[j], st->X + (j + 1) * kSpectrum,
-                                            buf->ef, st->PHI, kSpectrum);
-            for (int i = 0; i < kSpectrum; ++i) {
-                W[j * kSpectrum + i] += st->PHI[i];
+        for (int j = kAecPartitions - 1; j >= 0; --j) {
+            VelFunc_WeightedSpectralMulConj(st->power_1, st->prop[j],
+                                            st->X + (j + 1) * kAecSpectrum, buf->ef, st->PHI,
+                                            kAecSpectrum);
+            for (int i = 0; i < kAecSpectrum; ++i) {
+                W[j * kAecSpectrum + i] += st->PHI[i];
             }
         }
     } else {
         st->saturated--;
     }
-    for (int j = 0; j < kM; ++j) {
+    for (int j = 0; j < kAecPartitions; ++j) {
         if (!mdf_constrains_partition(st->cancel_count, j)) {
             continue;
         }
-        ifft_wrap(buf, W + j * kSpectrum, st->wtmp);
-        memset(st->wtmp + kFrame, 0, sizeof(float) * kFrame);
-        fft_wrap(buf, st->wtmp, W + j * kSpectrum);
+        ifft_wrap(buf, W + j * kAecSpectrum, st->wtmp);
+        memset(st->wtmp + kAecBlock, 0, sizeof(float) * kAecBlock);
+        fft_wrap(buf, st->wtmp, W + j * kAecSpectrum);
     }
 }
 
@@ -126,16 +120,16 @@ void background_error(aec_workingbuf_t *buf, MdfEchoState *st, float *estimated_
                       frame_sums_t *s) {
     float *e = buf->aec_inst.eBuf;
     float *y = buf->aec_inst.yBuf;
-    VelFunc_SpectralMulAccum(st->X, buf->aec_inst.wfBuf, buf->yf, kSpectrum, kM);
+    VelFunc_SpectralMulAccum(st->X, buf->aec_inst.wfBuf, buf->yf, kAecSpectrum, kAecPartitions);
     ifft_wrap(buf, buf->yf, y);
-    for (int i = 0; i < kFrame; ++i) {
-        e[i] = e[kFrame + i] - y[kFrame + i];
+    for (int i = 0; i < kAecBlock; ++i) {
+        e[i] = e[kAecBlock + i] - y[kAecBlock + i];
     }
     s->Dbf = 10 + dot(e, e);
-    for (int i = 0; i < kFrame; ++i) {
-        e[i] = st->input[i] - y[kFrame + i];
+    for (int i = 0; i < kAecBlock; ++i) {
+        e[i] = st->input[i] - y[kAecBlock + i];
     }
-    memcpy(estimated_echo, y + kFrame, sizeof(float) * kFrame);
+    memcpy(estimated_echo, y + kAecBlock, sizeof(float) * kAecBlock);
     s->See = dot(e, e);
 }
 
@@ -163,10 +157,11 @@ void choose_filter(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
                         st->Davg2 * std::fabs(st->Davg2) > 0.25f * st->Dvar2;
     if (update) {
         clear_difference_stats(st);
-        memcpy(st->foreground, W, sizeof(float) * kFilter);
+        memcpy(st->foreground, W, sizeof(float) * kAecPartitioned);
         // Cross-fade from the old foreground's output into the new one's.
-        for (int i = 0; i < kFrame; ++i) {
-            e[kFrame + i] = st->window[kFrame + i] * e[kFrame + i] + st->window[i] * y[kFrame + i];
+        for (int i = 0; i < kAecBlock; ++i) {
+            e[kAecBlock + i] =
+                st->window[kAecBlock + i] * e[kAecBlock + i] + st->window[i] * y[kAecBlock + i];
         }
         return;
     }
@@ -174,10 +169,10 @@ void choose_filter(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
                        (-st->Davg1) * std::fabs(st->Davg1) > 4 * st->Dvar1 ||
                        (-st->Davg2) * std::fabs(st->Davg2) > 4 * st->Dvar2;
     if (reset) {
-        memcpy(W, st->foreground, sizeof(float) * kFilter);
-        memcpy(y + kFrame, e + kFrame, sizeof(float) * kFrame);
-        for (int i = 0; i < kFrame; ++i) {
-            e[i] = st->input[i] - y[kFrame + i];
+        memcpy(W, st->foreground, sizeof(float) * kAecPartitioned);
+        memcpy(y + kAecBlock, e + kAecBlock, sizeof(float) * kAecBlock);
+        for (int i = 0; i < kAecBlock; ++i) {
+            e[i] = st->input[i] - y[kAecBlock + i];
         }
         s->See = Sff;
         clear_difference_stats(st);
@@ -190,8 +185,8 @@ void write_output(aec_workingbuf_t *buf, MdfEchoState *st, float *out) {
     // A local memory: `out` could alias the state, so st->memE would be stored every sample.
     const float preemph = st->preemph;
     float memE = st->memE;
-    for (int i = 0; i < kFrame; ++i) {
-        float tmp_out = (st->input[i] - e[kFrame + i]) + preemph * memE;
+    for (int i = 0; i < kAecBlock; ++i) {
+        float tmp_out = (st->input[i] - e[kAecBlock + i]) + preemph * memE;
         if (tmp_out > 32767) {
             tmp_out = 32767;
         } else if (tmp_out < -32768) {
@@ -207,10 +202,10 @@ void write_output(aec_workingbuf_t *buf, MdfEchoState *st, float *out) {
 void frame_energies(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
     float *e = buf->aec_inst.eBuf;
     float *y = buf->aec_inst.yBuf;
-    memcpy(e + kFrame, e, sizeof(float) * kFrame);
-    memset(e, 0, sizeof(float) * kFrame);
-    s->Sey = dot(e + kFrame, y + kFrame);
-    s->Syy = dot(y + kFrame, y + kFrame);
+    memcpy(e + kAecBlock, e, sizeof(float) * kAecBlock);
+    memset(e, 0, sizeof(float) * kAecBlock);
+    s->Sey = dot(e + kAecBlock, y + kAecBlock);
+    s->Syy = dot(y + kAecBlock, y + kAecBlock);
     s->Sdd = dot(st->input, st->input);
 }
 
@@ -221,7 +216,7 @@ bool diverged(aec_workingbuf_t *buf, MdfEchoState *st, const frame_sums_t &s, fl
     if (!(s.Syy >= 0 && s.Sxx >= 0 && s.See >= 0) ||
         !(s.Sff < limit && s.Syy < limit && s.Sxx < limit)) {
         add_to_counter(buf, &st->screwed_up, 50, "[AEC] Fail! screwed_up counter overflow.\t\n");
-        memset(out, 0, sizeof(float) * kFrame);
+        memset(out, 0, sizeof(float) * kAecBlock);
     } else if (s.Sff > s.Sdd + 2560000.0f) {
         add_to_counter(buf, &st->screwed_up, 1, "[AEC] Fail! screwed_up counter overflow.\t\n");
     } else {
@@ -237,14 +232,14 @@ bool diverged(aec_workingbuf_t *buf, MdfEchoState *st, const frame_sums_t &s, fl
 void frame_spectra(aec_workingbuf_t *buf, MdfEchoState *st) {
     float *y = buf->aec_inst.yBuf;
     fft_wrap(buf, buf->aec_inst.eBuf, buf->ef);
-    memset(y, 0, sizeof(float) * kFrame);
+    memset(y, 0, sizeof(float) * kAecBlock);
     fft_wrap(buf, y, buf->yf);
-    VelFunAec_PowerSpectrum(buf->ef, st->Rf, kSpectrum);
-    VelFunAec_PowerSpectrum(buf->yf, st->Yf, kSpectrum);
+    VelFunAec_PowerSpectrum(buf->ef, st->Rf, kAecSpectrum);
+    VelFunAec_PowerSpectrum(buf->yf, st->Yf, kAecSpectrum);
     float *Xf = buf->aec_inst.xPow;
-    VelFunAec_PowerSpectrum(st->X, Xf, kSpectrum);
-    const float ss = static_cast<float>(0.35 / kM);
-    for (int i = 0; i < kBins; ++i) {
+    VelFunAec_PowerSpectrum(st->X, Xf, kAecSpectrum);
+    const float ss = static_cast<float>(0.35 / kAecPartitions);
+    for (int i = 0; i < kAecBins; ++i) {
         st->power[i] = (1 - ss) * st->power[i] + 1 + ss * Xf[i];
     }
 }
@@ -255,7 +250,7 @@ void update_leak(MdfEchoState *st, const frame_sums_t &s) {
     float Pey = 1.0f;
     float Pyy = 1.0f;
     const float a = st->spec_average;
-    for (int j = kBins - 1; j >= 0; --j) {
+    for (int j = kAecBins - 1; j >= 0; --j) {
         const float Eh = st->Rf[j] - st->Eh[j];
         const float Yh = st->Yf[j] - st->Yh[j];
         Pey += Eh * Yh;
@@ -308,7 +303,7 @@ void update_step_sizes(MdfEchoState *st, const frame_sums_t &s, float RER) {
         st->adapted = 1;
     }
     if (st->adapted) {
-        for (int i = 0; i < kBins; ++i) {
+        for (int i = 0; i < kAecBins; ++i) {
             float r = st->leak_estimate * st->Yf[i];
             const float e = st->Rf[i] + 1;
             if (r > 0.5f * e) {
@@ -327,7 +322,7 @@ void update_step_sizes(MdfEchoState *st, const frame_sums_t &s, float RER) {
         adapt_rate = tmp32 / s.See;
     }
     // Runs on a quiet far end too, so the step sizes drop to 0 there.
-    for (int i = 0; i < kBins; ++i) {
+    for (int i = 0; i < kAecBins; ++i) {
         st->power_1[i] = adapt_rate / (st->power[i] + 10);
     }
     st->sum_adapt += adapt_rate;
@@ -366,9 +361,9 @@ void mdf_echo_cancellation(aec_workingbuf_t *buf, mdf_word16_t *in, mdf_word16_t
     update_step_sizes(st, s, residual_to_error_ratio(st, s));
 
     if (st->adapted) {
-        memcpy(st->last_y, st->last_y + kFrame, sizeof(float) * kFrame);
-        for (int i = 0; i < kFrame; ++i) {
-            st->last_y[kFrame + i] = in[i] - out[i];
+        memcpy(st->last_y, st->last_y + kAecBlock, sizeof(float) * kAecBlock);
+        for (int i = 0; i < kAecBlock; ++i) {
+            st->last_y[kAecBlock + i] = in[i] - out[i];
         }
     }
 }

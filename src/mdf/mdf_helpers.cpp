@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr int kN = 256;
-constexpr int kSpectrum = 258;
 constexpr int kPropBatch = 8;  // partitions whose energies are summed side by side
 
 }  // namespace
@@ -78,10 +76,10 @@ bool mdf_constrains_partition(unsigned cancel_count, int j) {
 // 2^-8, which gives the same bits as the division.
 void fft_wrap(aec_workingbuf_t *buf, float *time_domain, float *frquency_domain) {
     float *a = frquency_domain;
-    memcpy(a, time_domain, sizeof(float) * kN);
-    VEL_rdft(&buf->FFT_workingBuff, kN, 1, a, buf->fft_aec_ip, buf->fft_aec_wfft);
-    for (int i = 0; i < kSpectrum; ++i) {
-        a[i] *= 1.0f / 256.0f;
+    memcpy(a, time_domain, sizeof(float) * kAecFft);
+    VEL_rdft(&buf->FFT_workingBuff, kAecFft, 1, a, buf->fft_aec_ip, buf->fft_aec_wfft);
+    for (int i = 0; i < kAecSpectrum; ++i) {
+        a[i] *= 1.0f / kAecFft;
     }
 }
 
@@ -89,9 +87,9 @@ void fft_wrap(aec_workingbuf_t *buf, float *time_domain, float *frquency_domain)
 // scaling is folded into the copy into it.
 void ifft_wrap(aec_workingbuf_t *buf, float *frquency_domain, float *time_domain) {
     float *a = buf->fft_aec_buf;
-    for (int i = 0; i < kSpectrum; ++i) {
-        a[i] = frquency_domain[i] * 256.0f;
+    for (int i = 0; i < kAecSpectrum; ++i) {
+        a[i] = frquency_domain[i] * kAecFft;
     }
-    VEL_rdft(&buf->FFT_workingBuff, kN, -1, a, buf->fft_aec_ip, buf->fft_aec_wfft);
-    memcpy(time_domain, a, sizeof(float) * kN);
+    VEL_rdft(&buf->FFT_workingBuff, kAecFft, -1, a, buf->fft_aec_ip, buf->fft_aec_wfft);
+    memcpy(time_domain, a, sizeof(float) * kAecFft);
 }

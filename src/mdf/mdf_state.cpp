@@ -9,12 +9,10 @@
 
 namespace {
 
-constexpr int kN = 256;
-constexpr int kM = 8;
 // The clears cover N * M (and N * (M + 1)) floats, not the full arrays of 258-float spectra:
 // the last 16 (18) floats keep whatever they held.
-constexpr int kWeightsCleared = kN * kM;
-constexpr int kRingCleared = kN * (kM + 1);
+constexpr int kWeightsCleared = kAecFft * kAecPartitions;
+constexpr int kRingCleared = kAecFft * (kAecPartitions + 1);
 
 float notch_radius_for(int rate) {
     if (rate < 12000) {
@@ -28,9 +26,9 @@ float notch_radius_for(int rate) {
 
 void set_rate_values(MdfEchoState *st, int rate) {
     const float r = static_cast<float>(rate);
-    st->spec_average = 128.0f / r;
-    st->beta0 = 256.0f / r;
-    st->beta_max = 64.0f / r;
+    st->spec_average = kAecBlock / r;
+    st->beta0 = kAecFft / r;
+    st->beta_max = (kAecBlock / 2) / r;
 }
 
 }  // namespace
@@ -53,22 +51,22 @@ int mdf_echo_state_init(aec_workingbuf_t *buf, int /*frame_size*/, int /*filter_
     st->screwed_up = 0;
     set_rate_values(st, rate);
     st->leak_estimate = 0;
-    for (int i = 0; i < kN; ++i) {
-        st->window[i] = static_cast<float>(0.5 - 0.5 * cos(2.0 * M_PI * i / kN));
+    for (int i = 0; i < kAecFft; ++i) {
+        st->window[i] = static_cast<float>(0.5 - 0.5 * cos(2.0 * M_PI * i / kAecFft));
     }
-    for (int i = 0; i < 129; ++i) {
+    for (int i = 0; i < kAecBins; ++i) {
         st->power_1[i] = 1.0f;
     }
     memset(buf->aec_inst.wfBuf, 0, sizeof(float) * kWeightsCleared);
 
-    const float decay = static_cast<float>(exp(-static_cast<double>(2.4f / kM)));
+    const float decay = static_cast<float>(exp(-static_cast<double>(2.4f / kAecPartitions)));
     st->prop[0] = 0.7f;
     float sum = st->prop[0];
-    for (int i = 1; i < kM; ++i) {
+    for (int i = 1; i < kAecPartitions; ++i) {
         st->prop[i] = st->prop[i - 1] * decay;
         sum += st->prop[i];
     }
-    for (int i = kM - 1; i >= 0; --i) {
+    for (int i = kAecPartitions - 1; i >= 0; --i) {
         st->prop[i] = 0.8f * st->prop[i] / sum;
     }
 
@@ -90,14 +88,14 @@ void mdf_echo_state_reset(aec_workingbuf_t *buf) {
     memset(buf->aec_inst.wfBuf, 0, sizeof(float) * kWeightsCleared);
     memset(st->foreground, 0, sizeof(float) * kWeightsCleared);
     memset(st->X, 0, sizeof(float) * kRingCleared);
-    for (int i = 0; i < 129; ++i) {
+    for (int i = 0; i < kAecBins; ++i) {
         st->power[i] = 0;
         st->power_1[i] = 1.0f;
         st->Eh[i] = 0;
         st->Yh[i] = 0;
     }
-    memset(st->last_y, 0, sizeof(float) * 128);
-    for (int i = 0; i < kN; ++i) {
+    memset(st->last_y, 0, sizeof(float) * kAecBlock);
+    for (int i = 0; i < kAecFft; ++i) {
         buf->ef[i] = 0;
         st->x[i] = 0;
     }
@@ -116,7 +114,7 @@ int mdf_echo_ctl(aec_workingbuf_t *buf, int request, void *ptr) {
     int *value = static_cast<int *>(ptr);
     switch (request) {
         case 3:  // get frame size
-            *value = 128;
+            *value = kAecBlock;
             return 0;
         case 24: {  // set sampling rate
             const int rate = *value;
