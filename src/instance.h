@@ -73,3 +73,8 @@ struct aec_workingbuf_t {
     float mdf_echo[kAecFft];
     float mdf_error[kAecFft];
 };
+
+// The instance's transform: its FFT state with the work arrays VEL_rdft is handed.
+inline fft_ctx_t instance_fft(aec_workingbuf_t *buf) {
+    return {&buf->FFT_workingBuff, buf->fft_aec_ip, buf->fft_aec_wfft};
+}

@@ -42,3 +42,20 @@ void fft_init_in(FFTHandle_t *handle, unsigned int area_bytes);
 void VEL_rdft(FFTHandle_t *handle, int n, int isgn, float *a, int *ip, float *w);
 void fft_Free(FFTHandle_t *handle);
 ne10_result_t ne10_init(void);
+
+// What one instance's transforms use besides the data: its FFT state and the two work arrays
+// that VEL_rdft only tests for null.
+struct fft_ctx_t {
+    FFTHandle_t *handle;
+    int *ip;
+    float *w;
+};
+
+// In place on kAecSpectrum floats: the forward transform (unscaled) of the first kAecFft, and
+// the inverse (scaled by 1/N) of the packed spectrum.
+inline void fft_forward(const fft_ctx_t &fft, float *a) {
+    VEL_rdft(fft.handle, kAecFft, 1, a, fft.ip, fft.w);
+}
+inline void fft_inverse(const fft_ctx_t &fft, float *a) {
+    VEL_rdft(fft.handle, kAecFft, -1, a, fft.ip, fft.w);
+}
