@@ -1,14 +1,14 @@
-// The per-frame step of the adaptive filter: pre-processing of both ends, the far-end
-// spectrum ring, foreground and background outputs, the background update with its
-// gradient constraint, the foreground/background decision, the divergence watch, and the
-// leak estimate that sets the next frame's step sizes. It owns nothing beyond the state
-// record; W, Xf, e and y are borrowed from the core state, E and Y from the instance.
+// The per-frame step of the adaptive filter, on the state record and the arrays it borrows:
+// pre-processing of both ends, the far-end spectrum ring, foreground and background outputs,
+// the background update with its gradient constraint, the foreground/background decision, the
+// divergence watch, and the leak estimate that sets the next frame's step sizes. Every helper
+// names the borrowed arrays it touches (W, E, Xf, e, y, Y of mdf_borrowed_t) and takes the
+// transform where it runs one; mdf_echo_cancellation (mdf_adapters.cpp) hands them over.
 #include <cmath>
 #include <cstring>
 
 #include "diag/log.h"
 #include "dsp/vector_math.h"
-#include "instance.h"
 #include "kernels/spectral.h"
 #include "mdf/mdf.h"
 
@@ -26,17 +26,18 @@ float dot(float *a, float *b) {
 }
 
 // Adds to a 16-bit counter; a carry past 65535 is reported (when errors are enabled) and wraps.
-void add_to_counter(aec_workingbuf_t *buf, uint16_t *counter, unsigned add, const char *text) {
+void add_to_counter(int dbg_level, uint16_t *counter, unsigned add, const char *text) {
     const unsigned sum = *counter + add;
     *counter = static_cast<uint16_t>(sum);
     if (sum > 0xFFFFu) {
-        algo_log(buf->dbg_level, ALGO_MSG_ERR, "%s", text);
+        algo_log(dbg_level, ALGO_MSG_ERR, "%s", text);
     }
 }
 
-void advance_cancel_count(aec_workingbuf_t *buf, MdfEchoState *st) {
+void advance_cancel_count(int dbg_level, MdfEchoState *st) {
     if (st->cancel_count < 7) {
-        add_to_counter(buf, &st->cancel_count, 1, "[AEC] Fail! cancel_count counter overflow.\t\n");
+        add_to_counter(dbg_level, &st->cancel_count, 1,
+                       "[AEC] Fail! cancel_count counter overflow.\t\n");
     } else {
         st->cancel_count = 0;
     }
@@ -62,13 +63,13 @@ void preprocess(MdfEchoState *st, const float *in, const float *far_end) {
 }
 
 // Shifts the far-end spectrum ring and transforms the new pair into spectrum 0; returns Sxx.
-float advance_far_end(aec_workingbuf_t *buf, MdfEchoState *st) {
+float advance_far_end(const fft_ctx_t &fft, MdfEchoState *st) {
     // Only N floats of each spectrum move: the Nyquist pairs of spectra 1..8 keep their old
     // values. Intended; the ring has always been shifted this way.
     for (int j = kAecPartitions - 1; j >= 0; --j) {
         memmove(st->X + (j + 1) * kAecSpectrum, st->X + j * kAecSpectrum, sizeof(float) * kAecFft);
     }
-    fft_wrap(buf, st->x, st->X);
+    mdf_forward(fft, st->x, st->X);
     // last_y holds the far-end pair until adaptation has been reached and it is shifted.
     memcpy(st->last_y, st->x, sizeof(float) * kAecFft);
     const float Sxx = dot(st->x + kAecBlock, st->x + kAecBlock);
@@ -77,10 +78,10 @@ float advance_far_end(aec_workingbuf_t *buf, MdfEchoState *st) {
 }
 
 // Foreground error into e[0..127] (its echo estimate in e[128..255]); returns Sff.
-float foreground_error(aec_workingbuf_t *buf, MdfEchoState *st) {
-    float *e = buf->aec_inst.eBuf;
-    VelFunc_SpectralMulAccum(st->X, st->foreground, buf->yf, kAecSpectrum, kAecPartitions);
-    ifft_wrap(buf, buf->yf, e);
+float foreground_error(MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &t) {
+    float *e = b.e;
+    VelFunc_SpectralMulAccum(st->X, st->foreground, b.Y, kAecSpectrum, kAecPartitions);
+    mdf_inverse(t, b.Y, e);
     for (int i = 0; i < kAecBlock; ++i) {
         e[i] = st->input[i] - e[kAecBlock + i];
     }
@@ -89,13 +90,13 @@ float foreground_error(aec_workingbuf_t *buf, MdfEchoState *st) {
 
 // One gradient step of the background filter with the previous frame's error spectrum,
 // then the constraint of partition 0 and of the partition whose turn it is.
-void adapt_background(aec_workingbuf_t *buf, MdfEchoState *st) {
-    float *W = buf->aec_inst.wfBuf;
+void adapt_background(MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &t) {
+    float *W = b.W;
     mdf_adjust_prop(W, kAecSpectrum, kAecPartitions, st->prop);
     if (st->saturated == 0) {
         for (int j = kAecPartitions - 1; j >= 0; --j) {
             VelFunc_WeightedSpectralMulConj(st->power_1, st->prop[j],
-                                            st->X + (j + 1) * kAecSpectrum, buf->ef, st->PHI,
+                                            st->X + (j + 1) * kAecSpectrum, b.E, st->PHI,
                                             kAecSpectrum);
             for (int i = 0; i < kAecSpectrum; ++i) {
                 W[j * kAecSpectrum + i] += st->PHI[i];
@@ -108,20 +109,20 @@ void adapt_background(aec_workingbuf_t *buf, MdfEchoState *st) {
         if (!mdf_constrains_partition(st->cancel_count, j)) {
             continue;
         }
-        ifft_wrap(buf, W + j * kAecSpectrum, st->wtmp);
+        mdf_inverse(t, W + j * kAecSpectrum, st->wtmp);
         memset(st->wtmp + kAecBlock, 0, sizeof(float) * kAecBlock);
-        fft_wrap(buf, st->wtmp, W + j * kAecSpectrum);
+        mdf_forward(t.fft, st->wtmp, W + j * kAecSpectrum);
     }
 }
 
 // Background echo estimate into y, filter difference energy Dbf, background error into
 // e[0..127] and its energy See. The echo estimate that leaves the step is taken here.
-void background_error(aec_workingbuf_t *buf, MdfEchoState *st, float *estimated_echo,
-                      frame_sums_t *s) {
-    float *e = buf->aec_inst.eBuf;
-    float *y = buf->aec_inst.yBuf;
-    VelFunc_SpectralMulAccum(st->X, buf->aec_inst.wfBuf, buf->yf, kAecSpectrum, kAecPartitions);
-    ifft_wrap(buf, buf->yf, y);
+void background_error(const MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &t,
+                      float *estimated_echo, frame_sums_t *s) {
+    float *e = b.e;
+    float *y = b.y;
+    VelFunc_SpectralMulAccum(st->X, b.W, b.Y, kAecSpectrum, kAecPartitions);
+    mdf_inverse(t, b.Y, y);
     for (int i = 0; i < kAecBlock; ++i) {
         e[i] = e[kAecBlock + i] - y[kAecBlock + i];
     }
@@ -140,10 +141,10 @@ void clear_difference_stats(MdfEchoState *st) {
 
 // Copies the background into the foreground when it has done better, or the foreground back
 // into the background when that has gone clearly worse.
-void choose_filter(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
-    float *e = buf->aec_inst.eBuf;
-    float *y = buf->aec_inst.yBuf;
-    float *W = buf->aec_inst.wfBuf;
+void choose_filter(MdfEchoState *st, const mdf_borrowed_t &b, frame_sums_t *s) {
+    float *e = b.e;
+    float *y = b.y;
+    float *W = b.W;
     const float Sff = s->Sff;
     const float Dbf = s->Dbf;
     const float d = Sff - s->See;
@@ -180,8 +181,7 @@ void choose_filter(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
 }
 
 // Residual with de-emphasis, clamped to 16 bits; the clamped value feeds the de-emphasis.
-void write_output(aec_workingbuf_t *buf, MdfEchoState *st, float *out) {
-    const float *e = buf->aec_inst.eBuf;
+void write_output(MdfEchoState *st, const float *e, float *out) {
     // A local memory: `out` could alias the state, so st->memE would be stored every sample.
     const float preemph = st->preemph;
     float memE = st->memE;
@@ -199,9 +199,7 @@ void write_output(aec_workingbuf_t *buf, MdfEchoState *st, float *out) {
 }
 
 // Moves the error into e[128..255] and measures Sey, Syy and Sdd.
-void frame_energies(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
-    float *e = buf->aec_inst.eBuf;
-    float *y = buf->aec_inst.yBuf;
+void frame_energies(MdfEchoState *st, float *e, float *y, frame_sums_t *s) {
     memcpy(e + kAecBlock, e, sizeof(float) * kAecBlock);
     memset(e, 0, sizeof(float) * kAecBlock);
     s->Sey = dot(e + kAecBlock, y + kAecBlock);
@@ -211,14 +209,16 @@ void frame_energies(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
 
 // Counts divergence; true when the state has to be reset. Written so that NaN energies count
 // as divergent (the comparisons are false for NaN).
-bool diverged(aec_workingbuf_t *buf, MdfEchoState *st, const frame_sums_t &s, float *out) {
+bool diverged(int dbg_level, MdfEchoState *st, const frame_sums_t &s, float *out) {
     const float limit = 256e9f;
     if (!(s.Syy >= 0 && s.Sxx >= 0 && s.See >= 0) ||
         !(s.Sff < limit && s.Syy < limit && s.Sxx < limit)) {
-        add_to_counter(buf, &st->screwed_up, 50, "[AEC] Fail! screwed_up counter overflow.\t\n");
+        add_to_counter(dbg_level, &st->screwed_up, 50,
+                       "[AEC] Fail! screwed_up counter overflow.\t\n");
         memset(out, 0, sizeof(float) * kAecBlock);
     } else if (s.Sff > s.Sdd + 2560000.0f) {
-        add_to_counter(buf, &st->screwed_up, 1, "[AEC] Fail! screwed_up counter overflow.\t\n");
+        add_to_counter(dbg_level, &st->screwed_up, 1,
+                       "[AEC] Fail! screwed_up counter overflow.\t\n");
     } else {
         st->screwed_up = 0;
     }
@@ -229,14 +229,14 @@ bool diverged(aec_workingbuf_t *buf, MdfEchoState *st, const frame_sums_t &s, fl
 }
 
 // Spectra of this frame's error and background echo, and the smoothed far-end power.
-void frame_spectra(aec_workingbuf_t *buf, MdfEchoState *st) {
-    float *y = buf->aec_inst.yBuf;
-    fft_wrap(buf, buf->aec_inst.eBuf, buf->ef);
+void frame_spectra(MdfEchoState *st, const mdf_borrowed_t &b, const fft_ctx_t &fft) {
+    float *y = b.y;
+    mdf_forward(fft, b.e, b.E);
     memset(y, 0, sizeof(float) * kAecBlock);
-    fft_wrap(buf, y, buf->yf);
-    VelFunAec_PowerSpectrum(buf->ef, st->Rf, kAecSpectrum);
-    VelFunAec_PowerSpectrum(buf->yf, st->Yf, kAecSpectrum);
-    float *Xf = buf->aec_inst.xPow;
+    mdf_forward(fft, y, b.Y);
+    VelFunAec_PowerSpectrum(b.E, st->Rf, kAecSpectrum);
+    VelFunAec_PowerSpectrum(b.Y, st->Yf, kAecSpectrum);
+    float *Xf = b.Xf;
     VelFunAec_PowerSpectrum(st->X, Xf, kAecSpectrum);
     const float ss = static_cast<float>(0.35 / kAecPartitions);
     for (int i = 0; i < kAecBins; ++i) {
@@ -330,33 +330,31 @@ void update_step_sizes(MdfEchoState *st, const frame_sums_t &s, float RER) {
 
 }  // namespace
 
-void mdf_echo_cancellation(aec_workingbuf_t *buf, mdf_word16_t *in, mdf_word16_t * /*in_ch2*/,
-                           mdf_word16_t *far_end, mdf_word16_t *out, mdf_word16_t * /*out_ch2*/,
-                           mdf_word16_t *estimated_echo, mdf_word16_t * /*estimated_echo_ch2*/) {
-    MdfEchoState *st = &buf->mdf_workingbuff;
+void mdf_step(MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &t, int dbg_level,
+              const float *in, const float *far_end, float *out, float *estimated_echo) {
     frame_sums_t s;
 
-    advance_cancel_count(buf, st);
+    advance_cancel_count(dbg_level, st);
     preprocess(st, in, far_end);
-    s.Sxx = advance_far_end(buf, st);
-    s.Sff = foreground_error(buf, st);
-    adapt_background(buf, st);
-    background_error(buf, st, estimated_echo, &s);
-    choose_filter(buf, st, &s);
-    write_output(buf, st, out);
-    frame_energies(buf, st, &s);
+    s.Sxx = advance_far_end(t.fft, st);
+    s.Sff = foreground_error(st, b, t);
+    adapt_background(st, b, t);
+    background_error(st, b, t, estimated_echo, &s);
+    choose_filter(st, b, &s);
+    write_output(st, b.e, out);
+    frame_energies(st, b.e, b.y, &s);
 
-    if (diverged(buf, st, s, out)) {
+    if (diverged(dbg_level, st, s, out)) {
         mdf_warning(
             "The echo canceller started acting funny and got slapped (reset). It swears it "
             "will behave now.");
-        mdf_echo_state_reset(buf);
+        mdf_state_clear(st, b.W, b.E);
         return;
     }
     if (s.See < 25600.0f) {
         s.See = 25600.0f;
     }
-    frame_spectra(buf, st);
+    frame_spectra(st, b, t.fft);
     update_leak(st, s);
     update_step_sizes(st, s, residual_to_error_ratio(st, s));
 
