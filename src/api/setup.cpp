@@ -21,12 +21,12 @@ constexpr int kCoreInitLineReset = 544;
 // 2), while the filter gets the configured rate. Intended: Reset differs from Init here.
 constexpr int kResetCoreRate = 16000;
 
-aec_workingbuf_t *instance(void *p) {
+aec_workingbuf_t *as_instance(void *p) {
     return static_cast<aec_workingbuf_t *>(p);
 }
 
 void attach_fft_area(char *block) {
-    aec_workingbuf_t *buf = instance(block);
+    aec_workingbuf_t *buf = as_instance(block);
     buf->FFT_workingBuff.fftSize = kAecFft;
     buf->FFT_workingBuff.fft_Ne10_cfg =
         reinterpret_cast<ne10_fft_r2c_cfg_float32_t>(block + sizeof(aec_workingbuf_t));
@@ -131,7 +131,7 @@ AEC_HANDLE _QenAec_Init(char *block, AudioAecInit *aec_init) {
         return nullptr;
     }
 
-    aec_workingbuf_t *buf = instance(block);
+    aec_workingbuf_t *buf = as_instance(block);
     memset(buf, 0, sizeof *buf);
     attach_fft_area(block);
     buf->dbg_level = dbg_lv;
@@ -173,7 +173,7 @@ AEC_HANDLE _QenAec_Reset(char *block, AudioAecInit *aec_init) {
                         "[AEC]Fail! The WorkingBuff or AudioAecProcessStruct is NULL\t\n");
         return nullptr;
     }
-    aec_workingbuf_t *buf = instance(block);
+    aec_workingbuf_t *buf = as_instance(block);
     if (buf->aec_status_flag.is_aec_init_status == 0) {
         algo_log(dbg_lv, ALGO_MSG_ERR,
                  "[AEC]Fail! Please run QenAec_Init before run QenAec_Reset\r\n");
@@ -221,7 +221,7 @@ ALGO_AEC_RET _QenAec_Free(AEC_HANDLE handle) {
         algo_log_always(ALGO_MSG_ERR, "[AEC]Fail! The AecWorkingBuff is NULL\t\n");
         return static_cast<ALGO_AEC_RET>(-1);
     }
-    aec_workingbuf_t *buf = instance(handle);
+    aec_workingbuf_t *buf = as_instance(handle);
     release_parts(buf);
     DebugDumpDataFree(buf);
     buf->aec_status_flag.is_aec_init_status = 0;

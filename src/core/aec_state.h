@@ -56,5 +56,12 @@ extern const float *const sqrtHanning;
 extern const float VelFuncAec_weightCurve[kAecBins];
 extern const float VelFuncAec_overDriveCurve[kAecBins];
 
+// Documented entry points, adapters in state_adapters.cpp: InitAec sets up the instance's FFT
+// and then the core state (aec_core_init) and returns 0; FreeAec releases nothing and returns
+// -1 for a null pointer, else 0.
 int VelFuncAec_InitAec(int sampFreq, aec_workingbuf_t *aec_internal_buf_in);
 int VelFuncAec_FreeAec(aec_workingbuf_t *aec_internal_buf_in);
+
+// The start state of the core at `sampFreq`. The three per-frame pointers and is_dtd are not
+// touched.
+void aec_core_init(aec_t *aec, int sampFreq);
