@@ -1,5 +1,8 @@
 // The instance record: everything one echo canceller owns, at the start of the caller's
-// block. The FFT plan area follows it directly in the same block.
+// block. The FFT plan area follows it directly in the same block. It is the storage of the
+// library: the documented entry points take it, and each picks out of it the arrays its stage
+// reads and writes; below them, helpers and kernels see only those arrays. "State" marks what
+// carries from frame to frame, "work" what a frame writes before it reads it.
 #pragma once
 
 #include <cstdint>
@@ -42,18 +45,22 @@ struct aec_workingbuf_t {
     aec_saturated_flag_t aec_saturated_flag;
     aec_status_flag_t aec_status_flag;
     MdfEchoState mdf_workingbuff;
-    int32_t fft_aec_ip[kAecFft / 2];
+    int32_t fft_aec_ip[kAecFft / 2];  // handed to VEL_rdft, which only tests it
+    // State: per channel, the previous block and the current one.
     float AudioNearEnd[2][kAecFft];
     float AudioFarEnd[2][kAecFft];
-    float AudioNearEndSub[kAecFft];
+    float AudioNearEndSub[kAecFft];  // not used by the frame path
+    // Work: the one transform scratch, lent to the filter's inverse transform, the noise floor
+    // and the synthesis of nonlinear processing.
     float fft_aec_buf[kAecSpectrum];
-    float fft_aec_wfft[kAecFft];
+    float fft_aec_wfft[kAecFft];  // handed to VEL_rdft, which only tests it
     float fft_aec_in_positive_max;
+    // This frame's far-end spectra, unwindowed and windowed.
     float xf[kAecSpectrum];
     float xfw[kAecSpectrum];
-    float yf[kAecSpectrum];
-    float yfw[kAecSpectrum];
-    float ef[kAecSpectrum];
+    float yf[kAecSpectrum];   // work of the filter step: its echo spectrum Y
+    float yfw[kAecSpectrum];  // work of nonlinear processing, as efw, dfw and hNl
+    float ef[kAecSpectrum];   // state: the filter's error spectrum E, for the next gradient
     float efw[kAecSpectrum];
     float dfw[kAecSpectrum];
     float hNl[kAecBins];
@@ -70,6 +77,7 @@ struct aec_workingbuf_t {
     postInfo_t postInfo;
     int32_t dbg_level;
     int32_t dump_id;
+    // State: the filter's echo estimate and error, previous block and current one.
     float mdf_echo[kAecFft];
     float mdf_error[kAecFft];
 };

@@ -1,5 +1,7 @@
-// The echo-canceller core state (aec_t), its fixed dimensions and constant tables, and its
-// initialisation. The record lives inside the instance; nothing here allocates.
+// The echo-canceller core state (aec_t), its constant tables and its initialisation. The record
+// lives inside the instance; nothing here allocates. "State" marks what carries from frame to
+// frame, "work" what a frame writes before it reads it; fields the frame path does not use
+// carry no mark.
 #pragma once
 
 #include <cstdint>
@@ -9,21 +11,26 @@
 struct aec_workingbuf_t;
 
 struct aec_t {
+    // Work of the filter step; then the linear stage's error and echo pairs, which nonlinear
+    // processing reads (and whose error half it shifts).
     float eBuf[kAecFft];
     float yBuf[kAecFft];
-    float xPow[kAecBins];
+    float xPow[kAecBins];  // the filter's far-end power of this frame
+    // State: the near-end noise floor, and which of its estimates comfort noise uses.
     float dPow[kAecBins];
     float dMinPow[kAecBins];
     float dInitMinPow[kAecBins];
     float *noisePow;
     float xfBuf[kAecPartitioned];
-    float wfBuf[kAecPartitioned];
+    float wfBuf[kAecPartitioned];  // state: the background filter's weights W
     float wfBuf_lpf[kAecPartitioned];
+    // State: the smoothed spectra of the nonlinear stage.
     float sde[kAecBins][2];
     float syd[kAecBins][2];
     float sy[kAecBins];
     float sd[kAecBins];
     float se[kAecBins];
+    // State: the gain minima and the overdrive of the nonlinear stage.
     float hNlFbMin;
     float hNlFbLocalMin;
     float hNlXdAvgMin;
@@ -31,18 +38,20 @@ struct aec_t {
     uint16_t hNlMinCtr;
     float overDrive[kAecBands];
     float overDriveSm[kAecBands];
+    // Settings from the band intensities.
     float targetSupp[kAecBands];
     float minOverDrive[kAecBands];
-    float outBuf[kAecBlock];
+    float outBuf[kAecBlock];  // state: the synthesis tail for the overlap-add
     int delayIdx;
-    int16_t divergeState;
+    int16_t divergeState;  // state
     int xfBufBlockPos;
     int system_delay;
     int mult;
     int sampFreq;
     uint32_t seed;
     float errThresh;
-    int noiseEstCtr;
+    int noiseEstCtr;  // state: blocks seen by the noise floor
+    // Per frame: the near-end pairs the stages work on, set by the linear stage.
     float *nearEndFrmPtr;
     float *nearEndFrmPtr_ch2;
     float *nearEndDiffFrmPtr;

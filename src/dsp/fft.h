@@ -1,6 +1,7 @@
 // Real FFT of 256 points on the packed half spectrum: 258 floats, bins 0..128 as (re, im)
 // pairs, DC and Nyquist each with their own pair. Forward is unscaled, inverse scaled by 1/N.
 // The plans live in caller memory (the area after the instance record); nothing is allocated.
+// Stages that transform take an fft_ctx_t (the instance's handle and work arrays).
 #pragma once
 
 #include <cstdint>

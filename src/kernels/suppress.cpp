@@ -89,7 +89,8 @@ void band_scale(const uint32_t *edges, const float *overDriveSm, float *scale) {
 
 void smooth_psd(const float *dfw, const float *efw, const float *yfw, float ratio, psd_t psd) {
     const float alpha = smoothing_alpha(ratio);
-    const float32x4_t inv256 = vdivq_f32(vdupq_n_f32(1.0f), vdupq_n_f32(256.0f));
+    const float32x4_t inv256 =
+        vdivq_f32(vdupq_n_f32(1.0f), vdupq_n_f32(static_cast<float>(kWeightScale)));
     for_each_bin(kAecBins, [&](int k, auto lane) {
         using V = decltype(lane);
         const V a = splat<V>(alpha);

@@ -17,6 +17,8 @@ typedef float mdf_mem_t;     // filter memory
 
 struct aec_workingbuf_t;
 
+// Fields marked "work" are written by a frame before it reads them; the others carry from frame
+// to frame, or are settings (spec_average, beta0, beta_max, window, preemph, notch_radius).
 struct MdfEchoState {
     uint16_t cancel_count;
     int adapted;
@@ -29,9 +31,9 @@ struct MdfEchoState {
     mdf_word16_t leak_estimate;
     mdf_word16_t x[kAecFft];
     mdf_word16_t X[kAecRing];
-    mdf_word16_t input[kAecBins];
+    mdf_word16_t input[kAecBins];  // work
     mdf_word16_t last_y[kAecFft];
-    mdf_word32_t PHI[kAecSpectrum];
+    mdf_word32_t PHI[kAecSpectrum];  // work
     mdf_word32_t foreground[kAecPartitioned];
     mdf_word32_t Davg1;
     mdf_word32_t Davg2;
@@ -39,15 +41,15 @@ struct MdfEchoState {
     mdf_word32_t Dvar2;
     mdf_word32_t power[kAecBins];
     mdf_word16_t power_1[kAecBins];
-    mdf_word16_t wtmp[kAecFft];
-    mdf_word32_t Rf[kAecBins];
-    mdf_word32_t Yf[kAecBins];
+    mdf_word16_t wtmp[kAecFft];  // work
+    mdf_word32_t Rf[kAecBins];   // work
+    mdf_word32_t Yf[kAecBins];   // work
     mdf_word32_t Eh[kAecBins];
     mdf_word32_t Yh[kAecBins];
     mdf_word32_t Pey;
     mdf_word32_t Pyy;
     mdf_word16_t window[kAecFft];
-    mdf_word16_t prop[kAecPartitions];
+    mdf_word16_t prop[kAecPartitions];  // work
     mdf_word16_t memX;
     mdf_word16_t memD;
     mdf_word16_t memE;
