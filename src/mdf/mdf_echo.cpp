@@ -2,8 +2,8 @@
 // pre-processing of both ends, the far-end spectrum ring, foreground and background outputs,
 // the background update with its gradient constraint, the foreground/background decision, the
 // divergence watch, and the leak estimate that sets the next frame's step sizes. Every helper
-// names the borrowed arrays it touches (W, E, Xf, e, y, Y of mdf_borrowed_t) and takes the
-// transform where it runs one; mdf_echo_cancellation (mdf_adapters.cpp) hands them over.
+// takes the borrowed arrays it touches (W, E, Xf, e, y, Y of mdf_borrowed_t) one by one, and
+// the transform where it runs one; mdf_echo_cancellation (mdf_adapters.cpp) hands them over.
 #include <cmath>
 #include <cstring>
 
@@ -77,27 +77,25 @@ float advance_far_end(const fft_ctx_t &fft, MdfEchoState *st) {
     return Sxx;
 }
 
-// Foreground error into e[0..127] (its echo estimate in e[128..255]); returns Sff.
-float foreground_error(MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &t) {
-    float *e = b.e;
-    VelFunc_SpectralMulAccum(st->X, st->foreground, b.Y, kAecSpectrum, kAecPartitions);
-    mdf_inverse(t, b.Y, e);
+// Foreground echo spectrum into Y, its error into e[0..127] (the echo estimate itself in
+// e[128..255]); returns Sff.
+float foreground_error(MdfEchoState *st, float *Y, float *e, const mdf_transform_t &t) {
+    VelFunc_SpectralMulAccum(st->X, st->foreground, Y, kAecSpectrum, kAecPartitions);
+    mdf_inverse(t, Y, e);
     for (int i = 0; i < kAecBlock; ++i) {
         e[i] = st->input[i] - e[kAecBlock + i];
     }
     return dot(e, e);
 }
 
-// One gradient step of the background filter with the previous frame's error spectrum,
+// One gradient step of the background filter W with the previous frame's error spectrum E,
 // then the constraint of partition 0 and of the partition whose turn it is.
-void adapt_background(MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &t) {
-    float *W = b.W;
+void adapt_background(MdfEchoState *st, float *W, const float *E, const mdf_transform_t &t) {
     mdf_adjust_prop(W, kAecSpectrum, kAecPartitions, st->prop);
     if (st->saturated == 0) {
         for (int j = kAecPartitions - 1; j >= 0; --j) {
-            VelFunc_WeightedSpectralMulConj(st->power_1, st->prop[j],
-                                            st->X + (j + 1) * kAecSpectrum, b.E, st->PHI,
-                                            kAecSpectrum);
+            VelFunc_WeightedSpectralMulConj(
+                st->power_1, st->prop[j], st->X + (j + 1) * kAecSpectrum, E, st->PHI, kAecSpectrum);
             for (int i = 0; i < kAecSpectrum; ++i) {
                 W[j * kAecSpectrum + i] += st->PHI[i];
             }
@@ -115,14 +113,13 @@ void adapt_background(MdfEchoState *st, const mdf_borrowed_t &b, const mdf_trans
     }
 }
 
-// Background echo estimate into y, filter difference energy Dbf, background error into
-// e[0..127] and its energy See. The echo estimate that leaves the step is taken here.
-void background_error(const MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &t,
-                      float *estimated_echo, frame_sums_t *s) {
-    float *e = b.e;
-    float *y = b.y;
-    VelFunc_SpectralMulAccum(st->X, b.W, b.Y, kAecSpectrum, kAecPartitions);
-    mdf_inverse(t, b.Y, y);
+// Background echo spectrum of W into Y and its echo estimate into y, filter difference energy
+// Dbf, background error into e[0..127] and its energy See. The echo estimate that leaves the
+// step is taken here.
+void background_error(const MdfEchoState *st, const float *W, float *Y, float *e, float *y,
+                      const mdf_transform_t &t, float *estimated_echo, frame_sums_t *s) {
+    VelFunc_SpectralMulAccum(st->X, W, Y, kAecSpectrum, kAecPartitions);
+    mdf_inverse(t, Y, y);
     for (int i = 0; i < kAecBlock; ++i) {
         e[i] = e[kAecBlock + i] - y[kAecBlock + i];
     }
@@ -141,10 +138,7 @@ void clear_difference_stats(MdfEchoState *st) {
 
 // Copies the background into the foreground when it has done better, or the foreground back
 // into the background when that has gone clearly worse.
-void choose_filter(MdfEchoState *st, const mdf_borrowed_t &b, frame_sums_t *s) {
-    float *e = b.e;
-    float *y = b.y;
-    float *W = b.W;
+void choose_filter(MdfEchoState *st, float *W, float *e, float *y, frame_sums_t *s) {
     const float Sff = s->Sff;
     const float Dbf = s->Dbf;
     const float d = Sff - s->See;
@@ -228,15 +222,15 @@ bool diverged(int dbg_level, MdfEchoState *st, const frame_sums_t &s, float *out
     return st->screwed_up >= 50;
 }
 
-// Spectra of this frame's error and background echo, and the smoothed far-end power.
-void frame_spectra(MdfEchoState *st, const mdf_borrowed_t &b, const fft_ctx_t &fft) {
-    float *y = b.y;
-    mdf_forward(fft, b.e, b.E);
+// Spectra E and Y of this frame's error e and background echo y (its older half cleared), the
+// far-end power Xf and its smoothed value.
+void frame_spectra(MdfEchoState *st, const float *e, float *y, float *E, float *Y, float *Xf,
+                   const fft_ctx_t &fft) {
+    mdf_forward(fft, e, E);
     memset(y, 0, sizeof(float) * kAecBlock);
-    mdf_forward(fft, y, b.Y);
-    VelFunAec_PowerSpectrum(b.E, st->Rf, kAecSpectrum);
-    VelFunAec_PowerSpectrum(b.Y, st->Yf, kAecSpectrum);
-    float *Xf = b.Xf;
+    mdf_forward(fft, y, Y);
+    VelFunAec_PowerSpectrum(E, st->Rf, kAecSpectrum);
+    VelFunAec_PowerSpectrum(Y, st->Yf, kAecSpectrum);
     VelFunAec_PowerSpectrum(st->X, Xf, kAecSpectrum);
     const float ss = static_cast<float>(0.35 / kAecPartitions);
     for (int i = 0; i < kAecBins; ++i) {
@@ -337,10 +331,10 @@ void mdf_step(MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &
     advance_cancel_count(dbg_level, st);
     preprocess(st, in, far_end);
     s.Sxx = advance_far_end(t.fft, st);
-    s.Sff = foreground_error(st, b, t);
-    adapt_background(st, b, t);
-    background_error(st, b, t, estimated_echo, &s);
-    choose_filter(st, b, &s);
+    s.Sff = foreground_error(st, b.Y, b.e, t);
+    adapt_background(st, b.W, b.E, t);
+    background_error(st, b.W, b.Y, b.e, b.y, t, estimated_echo, &s);
+    choose_filter(st, b.W, b.e, b.y, &s);
     write_output(st, b.e, out);
     frame_energies(st, b.e, b.y, &s);
 
@@ -354,7 +348,7 @@ void mdf_step(MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &
     if (s.See < 25600.0f) {
         s.See = 25600.0f;
     }
-    frame_spectra(st, b, t.fft);
+    frame_spectra(st, b.e, b.y, b.E, b.Y, b.Xf, t.fft);
     update_leak(st, s);
     update_step_sizes(st, s, residual_to_error_ratio(st, s));
 
