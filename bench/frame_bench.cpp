@@ -22,7 +22,7 @@
 #include "dsp/fft.h"
 #include "instance.h"
 #include "kernels/spectral.h"
-#include "kernels/suppress.h"
+#include "core/nlp.h"
 #include "nlms.h"
 #include "quiet.h"
 #include "testkit/erle.h"
