@@ -40,7 +40,7 @@ public:
     Instance(int rate, int near_ch, int far_ch, bool comfort_noise = true) {
         bench::without_stdout([&] {
             aec_.emplace(testkit::Layout{rate, near_ch, far_ch},
-                         testkit::with_comfort_noise(comfort_noise));
+                         testkit::Settings{.comfort_noise = comfort_noise});
         });
     }
     AEC_HANDLE handle() const { return aec_->handle(); }

@@ -30,7 +30,7 @@ struct Case {
 using testkit::Mode;
 
 void add_modes(std::vector<Case> *cases, const std::string &name, const testkit::Recording &in) {
-    const testkit::Settings settings = testkit::with_comfort_noise(true);
+    const testkit::Settings settings = {.comfort_noise = true};
     cases->push_back({name + " ADF_Run", true, testkit::process(in, Mode::kLinear, settings)});
     cases->push_back({name + " Run", false, testkit::process(in, Mode::kFull, settings)});
     cases->push_back(

@@ -33,7 +33,8 @@ int main(int argc, char **argv) {
     testkit::Recording sig = testkit::speech_echo(scene);
 
     std::optional<testkit::Instance> aec;
-    bench::without_stdout([&] { aec.emplace(sig.layout, testkit::with_comfort_noise(true)); });
+    bench::without_stdout(
+        [&] { aec.emplace(sig.layout, testkit::Settings{.comfort_noise = true}); });
     if (aec->handle() == nullptr) {
         return 1;
     }

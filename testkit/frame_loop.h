@@ -39,18 +39,11 @@ struct Layout {
 // Config runs when comfort noise, intensities or edges are given, starting from the values
 // Init installed (comfort noise off); SetRecursiveRatio runs when a ratio is given.
 struct Settings {
-    std::optional<bool> comfort_noise;
-    std::optional<std::array<uint32_t, 7>> intensity;
-    std::optional<std::array<uint32_t, 6>> edges;
-    std::optional<uint32_t> ratio;
+    std::optional<bool> comfort_noise = std::nullopt;
+    std::optional<std::array<uint32_t, 7>> intensity = std::nullopt;
+    std::optional<std::array<uint32_t, 6>> edges = std::nullopt;
+    std::optional<uint32_t> ratio = std::nullopt;
 };
-
-// Comfort noise switched on or off, all else as Init installed it.
-inline Settings with_comfort_noise(bool on) {
-    Settings s;
-    s.comfort_noise = on;
-    return s;
-}
 
 // Which set-up call the library refused, with its code and, for Config, the record it got.
 struct SetupFailure {

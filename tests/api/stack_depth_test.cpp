@@ -82,7 +82,7 @@ TEST_P(StackDepth, OneRunStaysWithinEightKilobytes) {
 
     size_t depth[2] = {};
     for (int pass = 0; pass < 2; ++pass) {
-        const testkit::Instance aec(in.layout, testkit::with_comfort_noise(true));
+        const testkit::Instance aec(in.layout, testkit::Settings{.comfort_noise = true});
         Frames f;
         f.handle = aec.handle();
         ASSERT_NE(f.handle, nullptr);

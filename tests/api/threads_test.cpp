@@ -50,7 +50,7 @@ void process(Job &j, std::mutex &lifecycle) {
     std::optional<testkit::Instance> aec;
     {
         std::lock_guard<std::mutex> lock(lifecycle);
-        aec.emplace(j.in.layout, testkit::with_comfort_noise(j.comfort_noise));
+        aec.emplace(j.in.layout, testkit::Settings{.comfort_noise = j.comfort_noise});
     }
     j.out = j.in.near;
     j.first_error =

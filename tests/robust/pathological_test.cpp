@@ -92,7 +92,7 @@ const Case kCases[] = {
 };
 
 TEST(FloatState, ThePlantedNonFiniteValueIsFound) {
-    testkit::Instance aec({16000, 1, 1}, testkit::with_comfort_noise(true));
+    testkit::Instance aec({16000, 1, 1}, testkit::Settings{.comfort_noise = true});
     ASSERT_EQ(first_non_finite(state(aec)), "");
     auto &b = const_cast<aec_workingbuf_t &>(state(aec));
     b.mdf_workingbuff.foreground[2063] = INFINITY;
@@ -137,13 +137,13 @@ TEST_P(Pathological, EveryFloatStaysFinite) {
     qtest::capture_stderr([&] {
         // Comfort noise on: the noise-floor tracker runs too.
         const testkit::Layout layout = {rate, c.channels, c.channels};
-        const testkit::Instance run(layout, testkit::with_comfort_noise(true));
+        const testkit::Instance run(layout, testkit::Settings{.comfort_noise = true});
         ASSERT_NE(run.handle(), nullptr);
         feed(run, c, rate, testkit::Mode::kFull);
         if (c.seconds >= kSilenceSeconds || !kSplitPathToo) {
             return;  // the long silence once is enough
         }
-        feed(testkit::Instance(layout, testkit::with_comfort_noise(true)), c, rate,
+        feed(testkit::Instance(layout, testkit::Settings{.comfort_noise = true}), c, rate,
              testkit::Mode::kSplit);
     });
 }
@@ -206,7 +206,7 @@ TEST_P(Recovery, EchoReductionIsBackWithinTwoSeconds) {
     const size_t burst = 2 * rate / 128;
 
     // Comfort noise off: its floor would cap the reduction measured.
-    const testkit::Instance aec(echo.layout, testkit::with_comfort_noise(false));
+    const testkit::Instance aec(echo.layout, testkit::Settings{.comfort_noise = false});
     ASSERT_NE(aec.handle(), nullptr);
     const Outputs fresh = process_split(aec, echo);
 

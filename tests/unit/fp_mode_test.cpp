@@ -16,7 +16,7 @@ TEST(DenormalFlush, SilenceAfterSpeechLeavesNoDenormalState) {
 #if !defined(__SSE__)
     GTEST_SKIP() << "denormals are flushed here only where the library sets the mode";
 #endif
-    const testkit::Instance aec({16000, 1, 1}, testkit::with_comfort_noise(true));
+    const testkit::Instance aec({16000, 1, 1}, testkit::Settings{.comfort_noise = true});
     ASSERT_NE(aec.handle(), nullptr);
     // Two seconds of a fading chirp with its echo, then a minute of zeros.
     short near[128], far[128];
