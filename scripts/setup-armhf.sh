@@ -13,4 +13,4 @@ if ! dpkg --print-foreign-architectures | grep -qx armhf; then
 fi
 
 exec ./setup.sh g++-arm-linux-gnueabihf binutils-arm-linux-gnueabihf qemu-user \
-    libcjson-dev:armhf libkissfft-dev:armhf
+    libcjson-dev:armhf libne10-dev:armhf
