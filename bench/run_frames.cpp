@@ -61,7 +61,7 @@ __attribute__((noinline)) void run_frames(AEC_HANDLE h, std::vector<int16_t> *ne
 // The engine's own entry points and the instance's plan: what the wrapper calls, without its
 // copies.
 __attribute__((noinline)) void fft_pairs(aec_workingbuf_t *b, size_t frames) {
-    float time[256];
+    alignas(8) float time[256];  // the ARM engine reads and writes the signal as 8-byte pairs
     ne10_fft_cpx_float32_t spectrum[129];
     memcpy(time, b->AudioNearEnd[0], sizeof time);
     for (size_t f = 0; f < frames; ++f) {
@@ -76,7 +76,8 @@ __attribute__((noinline)) void fft_pairs(aec_workingbuf_t *b, size_t frames) {
 __attribute__((noinline)) void floor_frames(aec_workingbuf_t *b, size_t frames) {
     MdfEchoState *st = &b->mdf_workingbuff;
     ne10_fft_r2c_cfg_float32_t plan = b->FFT_workingBuff.fft_Ne10_cfg;
-    float time_in[256], time_out[256], acc[258], prod[258], ps[129];
+    alignas(8) float time_in[256], time_out[256];
+    float acc[258], prod[258], ps[129];
     ne10_fft_cpx_float32_t spectrum[129];
     memcpy(time_in, b->AudioNearEnd[0], sizeof time_in);
     for (size_t f = 0; f < frames; ++f) {
