@@ -6,6 +6,8 @@
 # logging. Expects the armhf tree built (see `make bench-arm`).
 #   FROM, TO   frame counts of the two runs (default 20 and 60)
 #   IPC        instructions per cycle assumed for the Cortex-A7 estimate (default 0.5)
+#   TOP        also list the N functions that take most of QenAec_Run at 16 kHz mono with
+#              comfort noise on (bench/arm_profile.py)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -14,9 +16,13 @@ to=${TO:-60}
 ipc=${IPC:-0.5}
 program=${ARM_TREE:-build/armhf}/bench/qenaec_run_frames
 sysroot=/usr/arm-linux-gnueabihf
-qemu=(qemu-arm -L "$sysroot" -E "LD_LIBRARY_PATH=$sysroot/lib:/usr/lib/arm-linux-gnueabihf")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+# Errors only, from a file of this run's own: the driver would otherwise write a shared one
+# while the other run of the pair reads it, and a different message level is a different count.
+echo '{"debug_level": 1}' >"$work/messages.json"
+qemu=(qemu-arm -L "$sysroot" -E "LD_LIBRARY_PATH=$sysroot/lib:/usr/lib/arm-linux-gnueabihf"
+    -E "DML_PATH=$work/messages.json")
 
 # Instructions of one run; the program's own output is discarded, the log goes to the count.
 count() {
@@ -31,6 +37,15 @@ per_frame() {
     count "$to" "$@" >"$work/to"
     wait $!
     echo $((($(cat "$work/to") - $(cat "$work/from")) / (to - from)))
+}
+
+# Executed instruction addresses and their counts into $1.hist, qemu's page log into $1.pages.
+histogram() {
+    local prefix=$1
+    shift
+    "${qemu[@]}" -singlestep -d page,exec,nochain -D /dev/fd/3 "$program" "$@" 3>&1 >/dev/null 2>&1 |
+        awk -F/ -v pages="$prefix.pages" -v hist="$prefix.hist" \
+            '/^Trace/ { n[$2]++; next } { print > pages } END { for (a in n) print a, n[a] > hist }'
 }
 
 mhz() {
@@ -64,4 +79,11 @@ ratio=$(awk -v r="${run[16000,11,1]}" -v f="$floor" 'BEGIN { printf "%.2f", r / 
 printf '  %-46s %10s      <= 2\n' "Run / floor (ARM)" "$ratio"
 echo "Cortex-A7 at $ipc instructions per cycle, QenAec_Run (1,1), comfort noise on:"
 echo "  16 kHz: $(mhz "${run[16000,11,1]}" 16000) MHz, 48 kHz: $(mhz "${run[48000,11,1]}" 48000) MHz"
+if [ -n "${TOP:-}" ]; then
+    echo "QenAec_Run 16000 Hz (1,1) comfort noise on, frames $from to $to:"
+    histogram "$work/from" "$from" 16000 1 1 1 "$work/scene-16000-11" &
+    histogram "$work/to" "$to" 16000 1 1 1 "$work/scene-16000-11"
+    wait $!
+    bench/arm_profile.py "$program" "$work/from" "$work/to" $((to - from)) "$TOP"
+fi
 echo "commit: $(git rev-parse --short HEAD)$(git diff --quiet HEAD -- src || echo ' (with uncommitted changes in src/)')"
