@@ -6,6 +6,7 @@
 # logging. Expects the armhf tree built (see `make bench-arm`).
 #   FROM, TO   frame counts of the two runs (default 20 and 60)
 #   IPC        instructions per cycle assumed for the Cortex-A7 estimate (default 0.5)
+#   ARM_TREE   the armhf build tree to measure (default build/armhf)
 #   TOP        also list the N functions that take most of QenAec_Run at 16 kHz mono with
 #              comfort noise on (bench/arm_profile.py)
 set -euo pipefail
@@ -86,4 +87,8 @@ if [ -n "${TOP:-}" ]; then
     wait $!
     bench/arm_profile.py "$program" "$work/from" "$work/to" $((to - from)) "$TOP"
 fi
-echo "commit: $(git rev-parse --short HEAD)$(git diff --quiet HEAD -- src || echo ' (with uncommitted changes in src/)')"
+if [ -n "${ARM_TREE:-}" ]; then
+    echo "tree: $ARM_TREE"
+else
+    echo "commit: $(git rev-parse --short HEAD)$(git diff --quiet HEAD -- src || echo ' (with uncommitted changes in src/)')"
+fi

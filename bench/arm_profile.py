@@ -11,6 +11,7 @@ usage: arm_profile.py PROGRAM FROM_PREFIX TO_PREFIX FRAMES TOP
 """
 import bisect
 import collections
+import os
 import re
 import subprocess
 import sys
@@ -25,6 +26,7 @@ LIBRARIES = {
     "ld.so": f"{SYSROOT_LIB}/ld-linux-armhf.so.3",
     "libNE10": f"{MULTIARCH_LIB}/libNE10.so.10",
     "libcjson": f"{MULTIARCH_LIB}/libcjson.so.1",
+    "libkissfft": f"{MULTIARCH_LIB}/libkissfft-float.so.131",
 }
 
 
@@ -54,7 +56,8 @@ def code_segments(pages_log, libraries):
     layout = open(pages_log).read().split("page layout changed")[-1]
     by_size = collections.defaultdict(list)
     for name, path in libraries.items():
-        by_size[text_pages(path)].append(name)
+        if os.path.exists(path):
+            by_size[text_pages(path)].append(name)
     segments = []
     for m in re.finditer(r"^([0-9a-f]+)-([0-9a-f]+) [0-9a-f]+ r-x", layout, re.M):
         start, end = int(m.group(1), 16), int(m.group(2), 16)
