@@ -9,7 +9,8 @@
 //   twiddles of the N/2-point complex transform and the super-twiddles that split it into
 //   the real spectrum (computed exactly as Ne10's allocator computes them, so the plan is
 //   Ne10's own bit for bit), and the engine's scratch. Nothing is allocated, not even at
-//   set-up.
+//   set-up. The rest of the area holds an aligned stage for signals the engine cannot take
+//   where they are (see signal_stage).
 // - Elsewhere (the x86-64 host): KissFFT, both plans (forward and inverse) in the area; the
 //   wrapper applies the inverse's 1/N in its entry point.
 // The two engine entry points are process-wide: every instance set-up stores them (always
@@ -65,7 +66,7 @@ ne10_fft_r2c_cfg_float32_t build_plan(void *area, size_t bytes, int nfft) {
     if (ncfft < 2 || needed > bytes) {
         return nullptr;
     }
-    // The record, then Ne10's arrays, then the wrapper's signal stage (see run_forward).
+    // The record, then Ne10's arrays, then the wrapper's signal stage.
     auto *plan = static_cast<ne10_fft_r2c_state_float32_t *>(area);
     plan->ncfft = ncfft;
     plan->factors = reinterpret_cast<ne10_int32_t *>(arrays);
