@@ -1,7 +1,8 @@
 // Runs a fixed number of frames for instruction counting, so that only the frames are counted.
 // Under callgrind (`make bench-instructions`) the script selects run_frames(); under qemu-arm
 // (`make bench-arm`) two runs with different frame counts are subtracted, and start-up, set-up
-// and scene loading cancel.
+// and scene loading cancel. The loop is its own, not testkit's: it cycles over the scene, so
+// that any number of frames can be counted on the same 4 s of input.
 //
 //   qenaec_run_frames [FRAMES [RATE NEAR FAR CNG [DIR]]]
 //       QenAec_Run frames over the speech-like echo scene (defaults: 1000 frames, 16000 Hz, one
@@ -16,44 +17,38 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "dsp/fft.h"
 #include "instance.h"
 #include "kernels/spectral.h"
-#include "qen_aec.h"
-#include "signals.h"
+#include "quiet.h"
+#include "testkit/frame_loop.h"
+#include "testkit/signals.h"
 
 namespace {
 
 constexpr double kSceneSeconds = 4.0;
 
+// An instance with the defaults Init installs and comfort noise as asked, set up quietly.
 struct Instance {
-    std::vector<unsigned char> block = std::vector<unsigned char>(QenAec_GetBufferSize());
-    AEC_HANDLE h = nullptr;
+    std::optional<testkit::Instance> aec;
 
-    Instance(int rate, int near_ch, int far_ch, bool comfort_noise) {
-        AudioAecInit init = {128, static_cast<uint32_t>(near_ch), static_cast<uint32_t>(far_ch),
-                             static_cast<QEN_AEC_SAMPLE_RATE>(rate)};
-        AudioAecConfig cfg = {comfort_noise ? QEN_AEC_TRUE : QEN_AEC_FALSE,
-                              0,
-                              {4, 6, 36, 49, 50, 51},
-                              {5, 4, 4, 5, 10, 10, 10}};
-        bench::without_stdout([&] {
-            h = QenAec_Init(reinterpret_cast<char *>(block.data()), &init);
-            QenAec_Config(h, &cfg);
-        });
+    Instance(const testkit::Layout &layout, bool comfort_noise) {
+        bench::without_stdout(
+            [&] { aec.emplace(layout, testkit::Settings{.comfort_noise = comfort_noise}); });
     }
-    ~Instance() { QenAec_Free(h); }
-    aec_workingbuf_t *buf() const { return static_cast<aec_workingbuf_t *>(h); }
+    AEC_HANDLE h() const { return aec->handle(); }
+    aec_workingbuf_t *buf() const { return static_cast<aec_workingbuf_t *>(h()); }
 };
 
 __attribute__((noinline)) void run_frames(AEC_HANDLE h, std::vector<int16_t> *near,
                                           std::vector<int16_t> *far, size_t frames,
                                           size_t scene_frames, int near_ch, int far_ch) {
     for (size_t f = 0; f < frames; ++f) {
-        const size_t at = (f % scene_frames) * 128;
+        const size_t at = (f % scene_frames) * testkit::kFrame;
         QenAec_Run(h, near->data() + at * near_ch, far->data() + at * far_ch);
     }
 }
@@ -124,10 +119,11 @@ bool read_pcm(const std::string &path, std::vector<int16_t> *v) {
     return !v->empty();
 }
 
-e2e::Signals scene(int rate, int near_ch, int far_ch) {
-    e2e::Scenario s = bench::speech_scene(rate, near_ch, far_ch);
+testkit::Recording scene(const testkit::Layout &layout) {
+    testkit::Scenario s =
+        testkit::speech_scenario(layout.rate, layout.near_channels, layout.far_channels);
     s.seconds = kSceneSeconds;
-    return bench::make_echo_scene(s);
+    return testkit::speech_echo(s);
 }
 
 int usage() {
@@ -143,7 +139,7 @@ int usage() {
 int main(int argc, char **argv) {
     bench::quiet_library_messages();
     if (argc == 6 && strcmp(argv[1], "scene") == 0) {
-        const e2e::Signals sig = scene(atoi(argv[2]), atoi(argv[3]), atoi(argv[4]));
+        const testkit::Recording sig = scene({atoi(argv[2]), atoi(argv[3]), atoi(argv[4])});
         const std::string dir = argv[5];
         if (!write_pcm(dir + "/near.pcm", sig.near) || !write_pcm(dir + "/far.pcm", sig.far)) {
             fprintf(stderr, "qenaec_run_frames: cannot write the scene to %s\n", dir.c_str());
@@ -157,8 +153,8 @@ int main(int argc, char **argv) {
         if (what != "fft" && what != "floor") {
             return usage();
         }
-        Instance inst(16000, 1, 1, true);
-        if (inst.h == nullptr) {
+        Instance inst({}, true);
+        if (inst.h() == nullptr) {
             return 1;
         }
         (what == "fft" ? fft_pairs : floor_frames)(inst.buf(), frames);
@@ -168,26 +164,26 @@ int main(int argc, char **argv) {
     if (argc != 1 && argc != 2 && argc != 6 && argc != 7) {
         return usage();
     }
-    const int rate = argc > 2 ? atoi(argv[2]) : 16000;
-    const int near_ch = argc > 3 ? atoi(argv[3]) : 1;
-    const int far_ch = argc > 4 ? atoi(argv[4]) : 1;
+    const testkit::Layout layout = {argc > 2 ? atoi(argv[2]) : 16000, argc > 3 ? atoi(argv[3]) : 1,
+                                    argc > 4 ? atoi(argv[4]) : 1};
     const bool comfort_noise = argc > 5 ? atoi(argv[5]) != 0 : true;
-    e2e::Signals sig;
+    testkit::Recording sig;
     if (argc == 7) {
         const std::string dir = argv[6];
+        sig.layout = layout;
         if (!read_pcm(dir + "/near.pcm", &sig.near) || !read_pcm(dir + "/far.pcm", &sig.far)) {
             fprintf(stderr, "qenaec_run_frames: cannot read the scene from %s\n", dir.c_str());
             return 1;
         }
-        sig.frames = sig.near.size() / (128 * static_cast<size_t>(near_ch));
     } else {
-        sig = scene(rate, near_ch, far_ch);
+        sig = scene(layout);
     }
-    Instance inst(rate, near_ch, far_ch, comfort_noise);
-    if (inst.h == nullptr || sig.frames == 0) {
+    Instance inst(layout, comfort_noise);
+    if (inst.h() == nullptr || sig.frames() == 0) {
         return 1;
     }
-    run_frames(inst.h, &sig.near, &sig.far, frames, sig.frames, near_ch, far_ch);
+    run_frames(inst.h(), &sig.near, &sig.far, frames, sig.frames(), layout.near_channels,
+               layout.far_channels);
     printf("ran %zu frames\n", frames);
     return 0;
 }

@@ -1,4 +1,4 @@
-// Frame levels and the rules that pick the frames ERLE is measured over.
+// Saturation count and output comparison.
 #include "metrics.h"
 
 #include <algorithm>
@@ -9,139 +9,9 @@ namespace qtool {
 
 namespace {
 
-constexpr double kWindowSeconds = 0.1;
-constexpr double kFarBelowPeakDb = 30.0;
-constexpr double kFarMinimumDbfs = -50.0;
-constexpr double kRatioMarginDb = 3.0;
-constexpr double kClearTalkDb = 6.0;
-constexpr double kTalkHangoverSeconds = 0.5;
-constexpr double kMinimumSeconds = 0.25;
 constexpr int kSaturationLevel = 32700;
 
-// Mean power per sample of each frame, all channels together.
-std::vector<double> frame_power(const std::vector<int16_t> &x, int channels, size_t frames) {
-    std::vector<double> p(frames, 0.0);
-    const size_t per_frame = static_cast<size_t>(kFrame) * channels;
-    for (size_t f = 0; f < frames; ++f) {
-        double sum = 0.0;
-        for (size_t i = f * per_frame; i < (f + 1) * per_frame && i < x.size(); ++i) {
-            sum += static_cast<double>(x[i]) * x[i];
-        }
-        p[f] = sum / static_cast<double>(per_frame);
-    }
-    return p;
-}
-
-// dBFS of the mean power over each frame and the frames before it within the window.
-std::vector<double> trailing_level(const std::vector<double> &power, size_t window) {
-    std::vector<double> level(power.size());
-    double sum = 0.0;
-    for (size_t f = 0; f < power.size(); ++f) {
-        sum += power[f];
-        if (f >= window) {
-            sum -= power[f - window];
-        }
-        const double mean = std::max(sum, 0.0) / static_cast<double>(std::min(f + 1, window));
-        level[f] = 10.0 * std::log10(std::max(mean / (32768.0 * 32768.0), 1e-12));
-    }
-    return level;
-}
-
-double percentile(std::vector<double> v, double q) {
-    if (v.empty()) {
-        return 0.0;
-    }
-    const size_t k = static_cast<size_t>(q * static_cast<double>(v.size() - 1));
-    std::nth_element(v.begin(), v.begin() + k, v.end());
-    return v[k];
-}
-
-bool in_any_span(double t0, double t1, const std::vector<Span> &spans) {
-    for (const Span &s : spans) {
-        if (t0 < s.end_s && t1 > s.start_s) {
-            return true;
-        }
-    }
-    return false;
-}
-
-std::vector<bool> far_active(const std::vector<double> &far_level) {
-    // Relative to the loud end of the far end's levels, not to its floor: a far end that
-    // never pauses (music, noise) has no floor to be above.
-    const double threshold =
-        std::max(percentile(far_level, 0.95) - kFarBelowPeakDb, kFarMinimumDbfs);
-    std::vector<bool> active(far_level.size());
-    for (size_t f = 0; f < far_level.size(); ++f) {
-        active[f] = far_level[f] >= threshold;
-    }
-    return active;
-}
-
-// Level-ratio rule: frames within `hangover` of clear near-end talk go, and so do frames
-// whose ratio is more than a margin above the median. Speech pauses between syllables, so
-// the hangover keeps a talker's quieter moments out as well.
-void keep_echo_dominated(std::vector<bool> &use, const std::vector<double> &near_level,
-                         const std::vector<double> &far_level, double median, size_t hangover) {
-    const size_t frames = use.size();
-    std::vector<bool> talk(frames, false);
-    for (size_t f = 0; f < frames; ++f) {
-        if (use[f] && near_level[f] - far_level[f] > median + kClearTalkDb) {
-            const size_t lo = f > hangover ? f - hangover : 0;
-            const size_t hi = std::min(frames, f + hangover + 1);
-            std::fill(talk.begin() + lo, talk.begin() + hi, true);
-        }
-    }
-    for (size_t f = 0; f < frames; ++f) {
-        use[f] = use[f] && !talk[f] && near_level[f] - far_level[f] <= median + kRatioMarginDb;
-    }
-}
-
 }  // namespace
-
-Erle echo_reduction(const Signals16 &s, const std::vector<Span> *near_talk) {
-    const size_t frames = s.near_in->size() / (static_cast<size_t>(kFrame) * s.near_channels);
-    const size_t window =
-        std::max<size_t>(1, static_cast<size_t>(std::lround(kWindowSeconds * s.rate / kFrame)));
-    const auto far_level = trailing_level(frame_power(*s.far, s.far_channels, frames), window);
-    const auto near_power = frame_power(*s.near_in, s.near_channels, frames);
-    const auto near_level = trailing_level(near_power, window);
-    const auto out_power = frame_power(*s.output, s.near_channels, frames);
-
-    std::vector<bool> use = far_active(far_level);
-    std::vector<double> ratios;
-    for (size_t f = 0; f < frames; ++f) {
-        if (use[f]) {
-            ratios.push_back(near_level[f] - far_level[f]);
-        }
-    }
-    const double frame_s = static_cast<double>(kFrame) / s.rate;
-    if (near_talk != nullptr) {
-        for (size_t f = 0; f < frames; ++f) {
-            use[f] = use[f] && !in_any_span(f * frame_s, (f + 1) * frame_s, *near_talk);
-        }
-    } else {
-        keep_echo_dominated(use, near_level, far_level, percentile(ratios, 0.5),
-                            static_cast<size_t>(kTalkHangoverSeconds / frame_s));
-    }
-
-    Erle e;
-    e.rule = near_talk != nullptr ? "known near-end talk" : "level ratio";
-    double in_sum = 0.0, out_sum = 0.0;
-    size_t count = 0;
-    for (size_t f = 0; f + s.output_latency_frames < frames; ++f) {
-        if (use[f]) {
-            in_sum += near_power[f];
-            out_sum += out_power[f + s.output_latency_frames];
-            ++count;
-        }
-    }
-    e.seconds = static_cast<double>(count) * frame_s;
-    e.valid = count > 0 && e.seconds >= kMinimumSeconds && in_sum > 0.0;
-    // Powers are per-sample means over equal frames, so the 1/12 floor adds per frame.
-    e.db =
-        e.valid ? 10.0 * std::log10(in_sum / (out_sum + static_cast<double>(count) / 12.0)) : 0.0;
-    return e;
-}
 
 size_t saturated_frames(const std::vector<int16_t> &near, int channels) {
     const size_t per_frame = static_cast<size_t>(kFrame) * channels;

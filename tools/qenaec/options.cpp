@@ -97,9 +97,11 @@ Mode parse_mode(const std::string &name) {
     return Mode::kFull;
 }
 
-Tuning parse_tuning(const TuningArgs &args) {
-    Tuning t;
-    t.cng = args.cng;
+Settings parse_tuning(const TuningArgs &args) {
+    Settings t;
+    if (args.cng) {
+        t.comfort_noise = true;
+    }
     if (!args.intensity.empty()) {
         t.intensity = parse_list<7>(args.intensity, "--intensity");
     }

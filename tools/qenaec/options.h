@@ -27,7 +27,7 @@ void add_tuning_options(CLI::App *cmd, TuningArgs &args, const std::vector<std::
 
 // Throws a usage error for a malformed list or number. Values that parse are passed on
 // as they are: whether they are in range is the library's decision.
-Tuning parse_tuning(const TuningArgs &args);
+Settings parse_tuning(const TuningArgs &args);
 Mode parse_mode(const std::string &name);
 
 // "START-END[,START-END...]" in seconds.

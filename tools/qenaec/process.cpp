@@ -200,14 +200,12 @@ ProcessReport run_process(const ProcessRequest &rq) {
 
     rep.saturated_frames = saturated_frames(n16.samples, near.channels);
     const std::vector<int16_t> far_measured = far_as_echo_follows(f16.samples, rep, shift);
-    const Signals16 sig = {.near_in = &n16.samples,
-                           .output = &out,
-                           .output_latency_frames = output_latency_frames(rq.mode),
-                           .far = &far_measured,
-                           .near_channels = near.channels,
-                           .far_channels = far.channels,
-                           .rate = rep.processing_rate};
-    rep.erle = echo_reduction(sig, rq.near_talk ? &*rq.near_talk : nullptr);
+    const testkit::ErleInput sig = {.near = n16.samples,
+                                    .out = out,
+                                    .far = far_measured,
+                                    .layout = {rep.processing_rate, near.channels, far.channels},
+                                    .delay = testkit::output_delay(rq.mode)};
+    rep.erle = testkit::erle(sig, rq.near_talk ? &*rq.near_talk : nullptr);
 
     out.resize(samples_per_channel * near.channels);
     if (rep.processing_rate != near.rate) {
