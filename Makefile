@@ -111,3 +111,17 @@ bench-instructions: setup
 bench-outputs: setup
 	cmake --preset release
 	@bench/compare_outputs.sh $(or $(BASE),main)
+
+# The same on the ARMv7 builds under qemu-arm (a few minutes): BASE must have the ARM engine.
+.PHONY: bench-outputs-arm
+bench-outputs-arm: setup armhf-setup
+	cmake --preset armhf
+	@ARM=1 bench/compare_outputs.sh $(or $(BASE),main)
+
+# ARM instructions per frame under qemu-arm in the armhf release tree: Run at 16 and 48 kHz,
+# the FFT pair and the floor (bench/arm_instructions.sh; several minutes).
+.PHONY: bench-arm
+bench-arm: setup armhf-setup
+	cmake --preset armhf
+	cmake --build --preset armhf -j $(JOBS) --target qenaec_run_frames
+	@bench/arm_instructions.sh

@@ -13,7 +13,7 @@ if ! dpkg --print-foreign-architectures | grep -qx armhf; then
 fi
 
 ./setup.sh g++-arm-linux-gnueabihf binutils-arm-linux-gnueabihf qemu-user \
-    libcjson-dev:armhf libkissfft-dev:armhf
+    libcjson-dev:armhf libne10-dev:armhf
 
 # The GStreamer element needs only libgstreamer1.0-dev, which installs beside the host's
 # (Multi-Arch: same; libgstreamer-plugins-base1.0-dev does not, and the element does without

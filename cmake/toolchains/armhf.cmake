@@ -1,6 +1,6 @@
 # Cross build for the product target: 32-bit ARMv7 Linux, NEON, hard float.
 # Compiler and emulator come from Debian (g++-arm-linux-gnueabihf, qemu-user); the target's
-# libraries from multiarch (libcjson-dev:armhf, libkissfft-dev:armhf, and for the GStreamer
+# libraries from multiarch (libcjson-dev:armhf, libne10-dev:armhf, and for the GStreamer
 # element libgstreamer1.0-dev:armhf when it is installed). Test programs run under qemu-arm,
 # so ctest runs the same suites as on the host.
 set(CMAKE_SYSTEM_NAME Linux)

@@ -1,5 +1,5 @@
-// The library allocates nothing on the frame path, and frees whatever it allocates while
-// reading the message-level file before the call returns. A malloc interposer counts.
+// The library allocates nothing on the frame path, nothing in set-up but the message-level
+// file's buffer, and frees that before the call returns. A malloc interposer counts.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -124,6 +124,22 @@ TEST_F(Allocations, SetupCallsFreeWhatTheyTakeBeforeReturning) {
     EXPECT_EQ(c.outstanding, 0);
     c = count([&] { QenAec_Free(h); });
     EXPECT_EQ(c.allocations, 0);
+}
+
+// With no message-level file to read, set-up allocates nothing at all: the FFT plan is
+// built in the caller's block, whichever engine the target runs.
+TEST_F(Allocations, SetupWithoutAMessageFileAllocatesNothing) {
+    qtest::ScopedEnv no_file{"DML_PATH", dir_.path() + "/absent.json"};
+    std::vector<unsigned char> block(QenAec_GetBufferSize());
+    AudioAecInit init = {128, 2, 2, QEN_AEC_SAMPLE_RATE_48000};
+    AEC_HANDLE h = nullptr;
+    Counted c = count([&] { h = QenAec_Init(reinterpret_cast<char *>(block.data()), &init); });
+    ASSERT_NE(h, nullptr);
+    EXPECT_EQ(c.allocations, 0);
+    c = count([&] { h = QenAec_Reset(reinterpret_cast<char *>(block.data()), &init); });
+    ASSERT_NE(h, nullptr);
+    EXPECT_EQ(c.allocations, 0);
+    QenAec_Free(h);
 }
 
 TEST_F(Allocations, AThousandFramesAllocateNothing) {

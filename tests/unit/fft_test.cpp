@@ -38,6 +38,14 @@ TEST(Fft, BufferSizeFormulaAndBothPlansFit) {
     EXPECT_EQ(static_cast<void *>(f.h.fft_Ne10_cfg), static_cast<void *>(f.area.data()));
 }
 
+// Signal arrays at both float offsets of an 8-byte pair: the instance's arrays and the
+// caller's block need only float alignment, which the ARM engine's own loads do not accept.
+struct Signal {
+    alignas(16) float storage[258 + 1] = {};
+    float *a;
+    explicit Signal(int offset) : a(storage + offset) {}
+};
+
 // Unscaled forward transform in the packed layout: bin k's real and imaginary parts at 2k
 // and 2k + 1, the Nyquist value in its own pair (not the half-complex layout). A unit impulse,
 // a constant 1 and noise.
@@ -45,19 +53,23 @@ TEST(Fft, ForwardMatchesTheDirectDft) {
     Fft f;
     std::vector<float> impulse(256, 0.0f), constant(256, 1.0f);
     impulse[0] = 1.0f;
-    for (const std::vector<float> &x : {impulse, constant, qtest::uniform_noise(256, 1000.0f, 5)}) {
-        float a[258] = {};
-        std::copy(x.begin(), x.end(), a);
-        f.forward(a);
-        double largest = 0;  // no bin can exceed the sum of the magnitudes
-        for (float v : x) {
-            largest += std::fabs(v);
-        }
-        const double tol = 1e-6 * largest;
-        for (int k = 0; k <= 128; ++k) {
-            const std::complex<double> want = qtest::ref_dft_bin(x.data(), k);
-            EXPECT_NEAR(a[2 * k], want.real(), tol) << "bin " << k;
-            EXPECT_NEAR(a[2 * k + 1], want.imag(), tol) << "bin " << k;
+    for (int offset : {0, 1}) {
+        for (const std::vector<float> &x :
+             {impulse, constant, qtest::uniform_noise(256, 1000.0f, 5)}) {
+            Signal s(offset);
+            std::copy(x.begin(), x.end(), s.a);
+            f.forward(s.a);
+            double largest = 0;  // no bin can exceed the sum of the magnitudes
+            for (float v : x) {
+                largest += std::fabs(v);
+            }
+            const double tol = 1e-6 * largest;
+            for (int k = 0; k <= 128; ++k) {
+                const std::complex<double> want = qtest::ref_dft_bin(x.data(), k);
+                EXPECT_NEAR(s.a[2 * k], want.real(), tol) << "bin " << k << " offset " << offset;
+                EXPECT_NEAR(s.a[2 * k + 1], want.imag(), tol)
+                    << "bin " << k << " offset " << offset;
+            }
         }
     }
 }
@@ -66,19 +78,21 @@ TEST(Fft, RoundTripRestoresInputAndClearsTheLastPair) {
     Fft f;
     std::mt19937 rng(7);
     std::uniform_real_distribution<float> d(-32768.0f, 32767.0f);
-    float x[256];
-    float a[258];
-    for (int t = 0; t < 256; ++t) {
-        x[t] = a[t] = d(rng);
+    for (int offset : {0, 1}) {
+        float x[256];
+        Signal s(offset);
+        for (int t = 0; t < 256; ++t) {
+            x[t] = s.a[t] = d(rng);
+        }
+        f.forward(s.a);
+        s.a[256 + 1] = 0.0f;
+        f.inverse(s.a);
+        for (int t = 0; t < 256; ++t) {
+            EXPECT_NEAR(s.a[t], x[t], 32768.0f * 1e-6f) << "sample " << t << " offset " << offset;
+        }
+        EXPECT_EQ(s.a[256], 0.0f);
+        EXPECT_EQ(s.a[257], 0.0f);
     }
-    f.forward(a);
-    a[256 + 1] = 0.0f;
-    f.inverse(a);
-    for (int t = 0; t < 256; ++t) {
-        EXPECT_NEAR(a[t], x[t], 32768.0f * 1e-6f) << "sample " << t;
-    }
-    EXPECT_EQ(a[256], 0.0f);
-    EXPECT_EQ(a[257], 0.0f);
 }
 
 TEST(Fft, OtherDirectionsLeaveDataUntouched) {
@@ -145,5 +159,39 @@ TEST(Fft, TooSmallAreaIsRefusedWithoutWritingPastIt) {
         }
     }
 }
+
+#if defined(QENAEC_FFT_NE10)
+// The plan built in the caller's area is the one Ne10's own allocator builds with malloc, bit
+// for bit, and every array of it lies inside the area.
+TEST(Fft, PlanInTheAreaIsNe10sOwn) {
+    Fft f;
+    const ne10_fft_r2c_state_float32_t *mine = f.h.fft_Ne10_cfg;
+    ne10_fft_r2c_cfg_float32_t own = ne10_fft_alloc_r2c_float32(256);
+    ASSERT_NE(own, nullptr);
+    EXPECT_EQ(mine->ncfft, own->ncfft);
+    EXPECT_EQ(memcmp(mine->factors, own->factors, sizeof(ne10_int32_t) * 2 * NE10_MAXFACTORS), 0);
+    size_t twiddles = 0;  // stage s > 0 of radix r and sub-length m has m (r - 1)
+    for (int stage = 1; stage < own->factors[0]; ++stage) {
+        twiddles += own->factors[2 * stage + 1] * (own->factors[2 * stage] - 1);
+    }
+    EXPECT_EQ(memcmp(mine->twiddles, own->twiddles, sizeof(ne10_fft_cpx_float32_t) * twiddles), 0);
+    EXPECT_EQ(memcmp(mine->super_twiddles, own->super_twiddles,
+                     sizeof(ne10_fft_cpx_float32_t) * own->ncfft / 2),
+              0);
+    ne10_fft_destroy_r2c_float32(own);
+
+    const auto *begin = f.area.data();
+    const auto *end = begin + f.area.size();
+    auto inside = [&](const void *p, size_t bytes) {
+        const auto *b = static_cast<const unsigned char *>(p);
+        return b >= begin && b + bytes <= end;
+    };
+    EXPECT_TRUE(inside(mine, sizeof *mine));
+    EXPECT_TRUE(inside(mine->factors, sizeof(ne10_int32_t) * 2 * NE10_MAXFACTORS));
+    EXPECT_TRUE(inside(mine->twiddles, sizeof(ne10_fft_cpx_float32_t) * 128));
+    EXPECT_TRUE(inside(mine->super_twiddles, sizeof(ne10_fft_cpx_float32_t) * 64));
+    EXPECT_TRUE(inside(mine->buffer, sizeof(ne10_fft_cpx_float32_t) * 256));
+}
+#endif
 
 }  // namespace
