@@ -49,6 +49,17 @@ struct Erle {
 // must qualify.
 Erle echo_reduction(const Signals16 &s, const std::vector<Span> *near_talk);
 
+// Activity by the far-end rule of echo_reduction: frames whose level over the last 100 ms
+// is at most 30 dB below the 95th percentile of those levels and at least `floor_dbfs`.
+struct Activity {
+    std::vector<bool> active;    // per 128-sample frame
+    double loud_dbfs = -120.0;   // the 95th percentile of the 100 ms levels
+    double level_dbfs = -120.0;  // mean power of the active frames (an active speech level)
+    double seconds = 0.0;        // duration of the active frames
+};
+
+Activity activity(const std::vector<int16_t> &x, int channels, int rate, double floor_dbfs);
+
 // Frames with a near-end sample beyond +-32700, the library's own saturation test.
 size_t saturated_frames(const std::vector<int16_t> &near, int channels);
 

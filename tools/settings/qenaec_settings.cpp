@@ -117,8 +117,8 @@ std::string check(const QenAecSettings &s, const std::string &prefix) {
         }
         if (i > 0 && s.edges[i] < s.edges[i - 1]) {
             return prefix + ".edges must not decrease: " + index_name("edges", i) + " = " +
-                   std::to_string(s.edges[i]) + " is below " + index_name("edges", i - 1) +
-                   " = " + std::to_string(s.edges[i - 1]);
+                   std::to_string(s.edges[i]) + " is below " + index_name("edges", i - 1) + " = " +
+                   std::to_string(s.edges[i - 1]);
         }
     }
     if (s.ratio < kMinRatio || s.ratio > kMaxRatio) {
