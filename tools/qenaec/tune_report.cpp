@@ -195,7 +195,9 @@ void print_tune_summary(std::FILE *out, const TuneReport &rep) {
                      "the least loss\n",
                      opt.max_loss_db);
     } else {
-        std::fprintf(out, "tuned: the most ERLE with a talker loss of at most %.1f dB\n",
+        std::fprintf(out,
+                     "tuned: the most ERLE (to 0.1 dB, then the least loss) with a talker loss "
+                     "of at most %.1f dB\n",
                      opt.max_loss_db);
     }
 

@@ -7,8 +7,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <exception>
+#include <limits>
 #include <map>
 #include <mutex>
+#include <numeric>
 #include <thread>
 
 #include "errors.h"
@@ -19,13 +21,15 @@ namespace qtool {
 namespace {
 
 constexpr int kPasses = 3;  // passes over all settings for the main limit
-// Differences in ERLE smaller than this are rounding; they do not move the search.
-constexpr double kStepDb = 0.05;
+// A move must gain more than the 0.1 dB the figures are reported in: smaller gains are
+// within what the recordings can tell apart, and each move costs talker loss.
+constexpr double kStepDb = 0.1;
 constexpr uint32_t kMaxIntensity = 25;
 constexpr uint32_t kMaxRatio = 10;
 constexpr uint32_t kMaxEdge = 126;
 constexpr uint32_t kEdgeSteps[] = {1, 2, 4, 8, 16, 32};
 constexpr int kCoordinates = 7 + 1 + 6;  // intensities, ratio, edges
+constexpr double kNoLimit = std::numeric_limits<double>::infinity();
 
 // Init and Free touch process-wide state of the library: never two at once.
 std::mutex &lifecycle() {
@@ -230,18 +234,42 @@ size_t extra_limits(const SearchOptions &opt) {
     return opt.quick ? 0 : n;
 }
 
+// True when `a` serves the limit better than `b` by more than `step`: within the limit beats
+// beyond it; within, more ERLE wins; beyond, less loss wins.
+bool serves_better(const Figures &a, const Figures &b, double limit, double step) {
+    const bool a_in = a.loss_db <= limit;
+    const bool b_in = b.loss_db <= limit;
+    if (a_in != b_in) {
+        return a_in;
+    }
+    return a_in ? a.erle_db > b.erle_db + step : a.loss_db < b.loss_db - step;
+}
+
+// Of `indices`, the one that serves `limit` best; the first among equals.
+size_t best_of(const std::vector<Candidate> &all, const std::vector<size_t> &indices,
+               double limit) {
+    size_t best = indices.front();
+    for (size_t i : indices) {
+        if (serves_better(all[i].figures, all[best].figures, limit, 0.0)) {
+            best = i;
+        }
+    }
+    return best;
+}
+
 // Coordinate descent from `start` for `limit`; returns where it stopped.
 size_t descend(Evaluator &ev, size_t start, double limit, int passes, const SearchOptions &opt) {
     size_t at = start;
     for (int pass = 0; pass < passes; ++pass) {
         bool moved = false;
         for (int c = 0; c < coordinates(opt); ++c) {
-            const QenAecSettings here = *ev.candidates()[at].settings;
-            for (size_t i : ev.evaluate(neighbours(here, c))) {
-                if (serves_better(ev.candidates()[i].figures, ev.candidates()[at].figures, limit)) {
-                    at = i;
-                    moved = true;
-                }
+            const std::vector<size_t> tried =
+                ev.evaluate(neighbours(*ev.candidates()[at].settings, c));
+            const size_t best = best_of(ev.candidates(), tried, limit);
+            if (serves_better(ev.candidates()[best].figures, ev.candidates()[at].figures, limit,
+                              kStepDb)) {
+                at = best;
+                moved = true;
             }
         }
         if (!moved) {
@@ -251,33 +279,30 @@ size_t descend(Evaluator &ev, size_t start, double limit, int passes, const Sear
     return at;
 }
 
-// The candidate that serves `limit` best; the earliest among equals.
+// The result for `limit`: of all evaluated, the most ERLE within the limit to 0.1 dB, and of
+// those the least loss (with nothing within the limit, the least loss).
 size_t best_for(const std::vector<Candidate> &all, double limit) {
-    size_t best = 0;
-    for (size_t i = 1; i < all.size(); ++i) {
-        if (serves_better(all[i].figures, all[best].figures, limit)) {
-            best = i;
+    std::vector<size_t> indices(all.size());
+    std::iota(indices.begin(), indices.end(), size_t{0});
+    const size_t top = best_of(all, indices, limit);
+    if (all[top].figures.loss_db > limit) {
+        return top;
+    }
+    size_t pick = top;
+    for (size_t i : indices) {
+        const Figures &f = all[i].figures;
+        if (f.loss_db <= limit && f.erle_db >= all[top].figures.erle_db - kStepDb &&
+            f.loss_db < all[pick].figures.loss_db) {
+            pick = i;
         }
     }
-    return best;
+    return pick;
 }
 
 }  // namespace
 
-bool serves_better(const Figures &a, const Figures &b, double limit_db) {
-    const bool a_in = a.loss_db <= limit_db;
-    const bool b_in = b.loss_db <= limit_db;
-    if (a_in != b_in) {
-        return a_in;
-    }
-    if (a_in) {
-        return a.erle_db > b.erle_db + kStepDb;
-    }
-    return a.loss_db < b.loss_db - kStepDb;
-}
-
 size_t planned_candidates(const SearchOptions &opt) {
-    const size_t passes = opt.quick ? 1 : kPasses;
+    const size_t passes = 1 + (opt.quick ? 1 : kPasses);
     return 1 + pass_size(opt) * (passes + extra_limits(opt));
 }
 
@@ -291,7 +316,12 @@ SearchResult search(const Scene &scene, const SearchOptions &opt, const SearchPr
     }
     Evaluator ev(scene, opt.jobs, progress);
     r.defaults = ev.evaluate({qenaec_settings_defaults})[0];
-    descend(ev, r.defaults, opt.max_loss_db, opt.quick ? 1 : kPasses, opt);
+    // A first pass for ERLE alone maps the strong end of the front. A descent that started
+    // beyond its limit would otherwise only shed loss, whatever ERLE that costs, and stop in
+    // the first place within the limit.
+    descend(ev, r.defaults, kNoLimit, 1, opt);
+    descend(ev, best_for(ev.candidates(), opt.max_loss_db), opt.max_loss_db,
+            opt.quick ? 1 : kPasses, opt);
     if (!opt.quick) {
         for (double limit : kParetoLimits) {
             if (limit != opt.max_loss_db) {

@@ -1,6 +1,7 @@
 // The search of `tune`: coordinate descent over the seven band intensities and the recursive
-// ratio (and the band edges when asked), from the library's defaults, for the best ERLE whose
-// talker loss stays within a limit. Candidates run in parallel, one library instance per
+// ratio (and the band edges when asked), from the library's defaults: one pass for ERLE
+// alone, then passes for the best ERLE whose talker loss stays within the limit, then one pass
+// for each other limit of the Pareto table. Candidates run in parallel, one library instance per
 // thread, and every result is kept in the order the search asked for it, so the outcome does
 // not depend on the number of threads.
 #pragma once
@@ -33,7 +34,7 @@ struct SearchOptions {
     double max_loss_db = 3.0;
     unsigned jobs = 1;
     bool edges = false;  // also move the band edges
-    bool quick = false;  // one pass for max_loss_db only; no descent per Pareto limit
+    bool quick = false;  // one pass for max_loss_db; none for the other Pareto limits
 };
 
 struct ParetoEntry {
@@ -58,9 +59,5 @@ size_t planned_candidates(const SearchOptions &opt);
 using SearchProgress = std::function<void(size_t evaluated)>;
 
 SearchResult search(const Scene &scene, const SearchOptions &opt, const SearchProgress &progress);
-
-// True when `a` serves the limit better than `b`: within it beats beyond it; within, more
-// ERLE wins (by more than a rounding step); beyond, less loss wins.
-bool serves_better(const Figures &a, const Figures &b, double limit_db);
 
 }  // namespace qtool
