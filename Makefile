@@ -54,7 +54,8 @@ format:
 clean:
 	rm -rf build
 
-# ThreadSanitizer: the threaded test and the suites of the process-wide state only.
+# ThreadSanitizer: the threaded tests (the API's and `qenaec tune`'s) and the suites of the
+# process-wide state only.
 .PHONY: test-tsan
 test-tsan: setup
 	cmake --preset tsan
