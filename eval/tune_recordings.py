@@ -12,6 +12,7 @@ Usage: python3 eval/tune_recordings.py SCENARIO OUTDIR [--rate 16000] [--seed 1]
 import argparse
 import pathlib
 import sys
+from dataclasses import replace
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path[:0] = [str(HERE)]
@@ -25,10 +26,10 @@ TALKER_START_S = 0.5
 
 def recordings(sc, rate, seed=1):
     """(echo microphone, loudspeaker reference, talker microphone) as int16 arrays."""
-    echo = scenarios.build(scenarios.replace(sc, near_start=None), rate, seed)
+    echo = scenarios.build(replace(sc, near_start=None), rate, seed)
     # The loudspeaker plays only its line floor while the talker speaks, as a silent call
     # would; the microphone noise is drawn afresh.
-    talk = scenarios.build(scenarios.replace(sc, far_talk=False, near_start=TALKER_START_S),
+    talk = scenarios.build(replace(sc, far_talk=False, near_start=TALKER_START_S),
                            rate, seed + 11)
     return echo["mic"], echo["far"], talk["mic"]
 
