@@ -69,10 +69,10 @@ std::string settings_options(const QenAecSettings &s) {
 }
 
 void print_row(std::FILE *out, const std::string &label, const Candidate &c) {
-    std::fprintf(out, "%-16s %9.1f %16.1f %15.1f  ", label.c_str(), c.figures.erle_db,
+    std::fprintf(out, "%-18s %9.1f %16.1f %15.1f  ", label.c_str(), c.figures.erle_db,
                  c.figures.loss_db, c.figures.sdr_db);
     if (c.settings) {
-        std::fprintf(out, "%-18s %-18s %s\n", list(c.settings->intensity, 7, ",").c_str(),
+        std::fprintf(out, "%-20s %-23s %s\n", list(c.settings->intensity, 7, ",").c_str(),
                      list(c.settings->edges, 6, ",").c_str(),
                      std::to_string(c.settings->ratio).c_str());
     } else {
@@ -81,7 +81,7 @@ void print_row(std::FILE *out, const std::string &label, const Candidate &c) {
 }
 
 void print_header(std::FILE *out, const char *first) {
-    std::fprintf(out, "%-16s %9s %16s %15s  %-18s %-18s %s\n", first, "ERLE (dB)",
+    std::fprintf(out, "%-18s %9s %16s %15s  %-20s %-23s %s\n", first, "ERLE (dB)",
                  "talker loss (dB)", "talker SDR (dB)", "intensity", "edges", "ratio");
 }
 
@@ -187,8 +187,11 @@ void print_tune_summary(std::FILE *out, const TuneReport &rep) {
     print_row(out, "tuned", r.candidates[r.tuned]);
     const Figures &d = r.candidates[r.defaults].figures;
     const Figures &t = r.candidates[r.tuned].figures;
-    std::fprintf(out, "%-16s %+9.1f %+16.1f %+15.1f\n", "tuned - defaults", t.erle_db - d.erle_db,
+    std::fprintf(out, "%-18s %+9.1f %+16.1f %+15.1f\n", "tuned - defaults", t.erle_db - d.erle_db,
                  t.loss_db - d.loss_db, t.sdr_db - d.sdr_db);
+    if (r.at_defaults_loss.best) {
+        print_row(out, "at defaults' loss", r.candidates[*r.at_defaults_loss.best]);
+    }
     if (!r.tuned_within_limit) {
         std::fprintf(out,
                      "no candidate kept the talker loss within %.1f dB: tuned is the one with "
@@ -208,7 +211,7 @@ void print_tune_summary(std::FILE *out, const TuneReport &rep) {
         if (p.best) {
             print_row(out, label, r.candidates[*p.best]);
         } else {
-            std::fprintf(out, "%-16s %9s  (no candidate within the limit)\n", label.c_str(), "-");
+            std::fprintf(out, "%-18s %9s  (no candidate within the limit)\n", label.c_str(), "-");
         }
     }
 
@@ -240,6 +243,9 @@ void write_tune_json(const std::string &path, const TuneReport &rep) {
         cJSON_AddNumberToObject(e, "max_near_loss_db", p.limit_db);
         cJSON_AddItemToArray(pareto, e);
     }
+    cJSON *same = figures_json(r.candidates[*r.at_defaults_loss.best]);
+    cJSON_AddNumberToObject(same, "max_near_loss_db", rounded(r.at_defaults_loss.limit_db));
+    cJSON_AddItemToObject(j, "at_default_loss", same);
     cJSON_AddNumberToObject(j, "candidates", static_cast<double>(r.candidates.size()));
     cJSON_AddNumberToObject(j, "seconds", rounded(r.seconds));
     cJSON_AddNumberToObject(j, "max_near_loss_db", rep.options->max_loss_db);

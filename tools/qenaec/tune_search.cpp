@@ -226,12 +226,19 @@ size_t pass_size(const SearchOptions &opt) {
     return 7 * kMaxIntensity + (kMaxRatio - 1) + (opt.edges ? 6 * 2 * std::size(kEdgeSteps) : 0);
 }
 
-size_t extra_limits(const SearchOptions &opt) {
-    size_t n = 0;
+// The limits that get a pass of their own after the main one: the Pareto table's and the
+// defaults' own loss.
+std::vector<double> other_limits(const SearchOptions &opt, double defaults_loss_db) {
+    std::vector<double> limits;
     for (double limit : kParetoLimits) {
-        n += limit != opt.max_loss_db;
+        if (limit != opt.max_loss_db) {
+            limits.push_back(limit);
+        }
     }
-    return opt.quick ? 0 : n;
+    if (defaults_loss_db != opt.max_loss_db) {
+        limits.push_back(defaults_loss_db);
+    }
+    return opt.quick ? std::vector<double>{} : limits;
 }
 
 // True when `a` serves the limit better than `b` by more than `step`: within the limit beats
@@ -299,11 +306,16 @@ size_t best_for(const std::vector<Candidate> &all, double limit) {
     return pick;
 }
 
+ParetoEntry entry_for(const std::vector<Candidate> &all, double limit) {
+    const size_t b = best_for(all, limit);
+    return {limit, all[b].figures.loss_db <= limit ? std::optional<size_t>(b) : std::nullopt};
+}
+
 }  // namespace
 
 size_t planned_candidates(const SearchOptions &opt) {
     const size_t passes = 1 + (opt.quick ? 1 : kPasses);
-    return 1 + pass_size(opt) * (passes + extra_limits(opt));
+    return 1 + pass_size(opt) * (passes + other_limits(opt, -1.0).size());
 }
 
 SearchResult search(const Scene &scene, const SearchOptions &opt, const SearchProgress &progress) {
@@ -322,22 +334,17 @@ SearchResult search(const Scene &scene, const SearchOptions &opt, const SearchPr
     descend(ev, r.defaults, kNoLimit, 1, opt);
     descend(ev, best_for(ev.candidates(), opt.max_loss_db), opt.max_loss_db,
             opt.quick ? 1 : kPasses, opt);
-    if (!opt.quick) {
-        for (double limit : kParetoLimits) {
-            if (limit != opt.max_loss_db) {
-                descend(ev, best_for(ev.candidates(), limit), limit, 1, opt);
-            }
-        }
+    const double defaults_loss = ev.candidates()[r.defaults].figures.loss_db;
+    for (double limit : other_limits(opt, defaults_loss)) {
+        descend(ev, best_for(ev.candidates(), limit), limit, 1, opt);
     }
     r.candidates = std::move(ev.candidates());
     r.tuned = best_for(r.candidates, opt.max_loss_db);
     r.tuned_within_limit = r.candidates[r.tuned].figures.loss_db <= opt.max_loss_db;
     for (double limit : kParetoLimits) {
-        const size_t b = best_for(r.candidates, limit);
-        r.pareto.push_back({limit, r.candidates[b].figures.loss_db <= limit
-                                       ? std::optional<size_t>(b)
-                                       : std::nullopt});
+        r.pareto.push_back(entry_for(r.candidates, limit));
     }
+    r.at_defaults_loss = entry_for(r.candidates, defaults_loss);
     r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return r;
 }

@@ -1,9 +1,9 @@
 // The search of `tune`: coordinate descent over the seven band intensities and the recursive
 // ratio (and the band edges when asked), from the library's defaults: one pass for ERLE
 // alone, then passes for the best ERLE whose talker loss stays within the limit, then one pass
-// for each other limit of the Pareto table. Candidates run in parallel, one library instance per
-// thread, and every result is kept in the order the search asked for it, so the outcome does
-// not depend on the number of threads.
+// for each other limit of the Pareto table and one for the defaults' own talker loss. Candidates
+// run in parallel, one library instance per thread, and every result is kept in the order the
+// search asked for it, so the outcome does not depend on the number of threads.
 #pragma once
 
 #include <cstddef>
@@ -34,7 +34,7 @@ struct SearchOptions {
     double max_loss_db = 3.0;
     unsigned jobs = 1;
     bool edges = false;  // also move the band edges
-    bool quick = false;  // one pass for max_loss_db; none for the other Pareto limits
+    bool quick = false;  // one pass for max_loss_db; none for the other limits
 };
 
 struct ParetoEntry {
@@ -49,7 +49,8 @@ struct SearchResult {
     size_t tuned = 0;
     bool tuned_within_limit = false;  // false: nothing met the limit; tuned has the least loss
     std::vector<ParetoEntry> pareto;
-    double seconds = 0.0;  // wall time of the whole search
+    ParetoEntry at_defaults_loss;  // the most ERLE for no more talker loss than the defaults
+    double seconds = 0.0;          // wall time of the whole search
 };
 
 // An upper bound on the candidates `search` evaluates, for a progress bar.
