@@ -12,6 +12,7 @@
 #include <mutex>
 #include <numeric>
 #include <thread>
+#include <utility>
 
 #include "errors.h"
 #include "options.h"
@@ -75,8 +76,8 @@ Key key_of(const QenAecSettings &s) {
 // Runs candidates on a pool of threads, each candidate once.
 class Evaluator {
 public:
-    Evaluator(const Scene &sc, unsigned jobs, const SearchProgress &progress)
-        : scene_(sc), jobs_(std::max(1u, jobs)), progress_(progress) {}
+    Evaluator(const Scene &sc, unsigned jobs, SearchProgress progress)
+        : scene_(sc), jobs_(std::max(1u, jobs)), progress_(std::move(progress)) {}
 
     // Indices into candidates() of `batch`, in its order; evaluates what is new.
     std::vector<size_t> evaluate(const std::vector<std::optional<QenAecSettings>> &batch);
@@ -88,7 +89,7 @@ private:
 
     const Scene &scene_;
     unsigned jobs_;
-    const SearchProgress &progress_;
+    SearchProgress progress_;
     std::vector<Candidate> all_;
     std::map<Key, size_t> seen_;
     size_t reported_ = 0;
