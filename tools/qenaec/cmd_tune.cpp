@@ -159,21 +159,24 @@ Command add_tune_command(CLI::App &root) {
     cmd->add_flag("--search-edges", args->search_edges,
                   "also move the band edges, not only the intensities and the ratio");
     cmd->add_flag("--quick", args->quick,
-                  "one pass over the settings for --max-near-loss only; the Pareto table then "
-                  "lists the best of the candidates met on the way");
+                  "one pass for --max-near-loss after the ERLE-only pass, and none for the other "
+                  "limits: the Pareto table then lists the best of the candidates met on the way");
     cmd->add_flag("--quiet", args->quiet, "no summary, notices or progress bar; errors only");
     cmd->footer(
         "Each candidate runs the library (QenAec_Run, comfort noise off) twice: over the echo "
         "recording, where ERLE is measured as `process` measures it, and over the echo "
         "recording with the talker mixed in, where the talker's loss is measured in double "
-        "talk (the far end and the talker both active): per 128-sample frame the output is "
-        "projected onto the known talker; loss is the talker's power over the projection's, "
-        "SDR the projection's over the rest of the output.\n"
-        "The search is a coordinate descent from the library's default table: every "
-        "intensity 0..25 of each band in turn, every ratio 1..10 (and edges moved by 1 to 32 "
-        "bins), up to three passes, keeping the most ERLE within --max-near-loss; then one "
-        "pass for each other limit of the Pareto table (1, 2, 3, 6, 10 dB). The result does "
-        "not depend on --jobs.\n"
+        "talk (the far end and the talker both active). There the output, one frame later, "
+        "is projected onto the known talker per 256-sample Hann spectrum and band of 8 bins "
+        "(a gain that is never negative): the loss is the talker's power over the "
+        "projection's, the SDR the projection's power over the rest of the output.\n"
+        "The search is a coordinate descent from the library's default table, one setting "
+        "at a time: every intensity 0..25 of each band, every ratio 1..10 (and with "
+        "--search-edges each edge moved by 1 to 32 bins). One pass keeps the most ERLE at any "
+        "loss; up to three keep the most ERLE within --max-near-loss; then one pass each for "
+        "the other limits of the Pareto table (1, 2, 3, 6, 10 dB) and for the defaults' own "
+        "loss. A move must gain more than 0.1 dB; of results within 0.1 dB of the most ERLE "
+        "the one with the least loss is reported. The result does not depend on --jobs.\n"
         "\"as initialised\" is the library without any QenAec_Config call, as `process` runs "
         "it without tuning options; \"defaults\" is QenAec_Config with the default table.\n\n"
         "Example:\n"

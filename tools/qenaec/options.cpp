@@ -92,7 +92,7 @@ void add_input_options(CLI::App *cmd, InputArgs &args) {
     cmd->add_flag("--resample", args.resample,
                   "inputs at another rate from " + resamplable_rates_text() +
                       " (e.g. 44100 Hz) are converted to the nearest of "
-                      "8000/16000/32000/48000 Hz and the output back (libsoxr)");
+                      "8000/16000/32000/48000 Hz, and an output back to their rate (libsoxr)");
 }
 
 void apply_input_args(const InputArgs &a, const CLI::App &cmd, ProcessRequest &rq) {
