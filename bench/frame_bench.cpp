@@ -21,7 +21,7 @@
 #include "dsp/fft.h"
 #include "instance.h"
 #include "kernels/spectral.h"
-#include "kernels/suppress.h"
+#include "core/nlp.h"
 #include "nlms.h"
 #include "qen_aec.h"
 #include "signals.h"

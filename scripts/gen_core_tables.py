@@ -18,10 +18,12 @@ def rounded4(x):
 
 
 def table(name, values):
+    # Every table has one entry per bin of the 256-point spectrum.
+    assert len(values) == 129
     rows = []
     for i in range(0, len(values), 6):
         rows.append("    " + ", ".join(f32(v) for v in values[i:i + 6]) + ",")
-    return "const float %s[%d] = {\n%s\n};\n" % (name, len(values), "\n".join(rows))
+    return "const float %s[kAecBins] = {\n%s\n};\n" % (name, "\n".join(rows))
 
 
 window = [math.sin(math.pi * i / 256) for i in range(129)]

@@ -12,5 +12,17 @@ if ! dpkg --print-foreign-architectures | grep -qx armhf; then
     "${sudo_cmd[@]}" dpkg --add-architecture armhf
 fi
 
-exec ./setup.sh g++-arm-linux-gnueabihf binutils-arm-linux-gnueabihf qemu-user \
+./setup.sh g++-arm-linux-gnueabihf binutils-arm-linux-gnueabihf qemu-user \
     libcjson-dev:armhf libkissfft-dev:armhf
+
+# The GStreamer element needs only libgstreamer1.0-dev, which installs beside the host's
+# (Multi-Arch: same; libgstreamer-plugins-base1.0-dev does not, and the element does without
+# it). Its armhf libraries must carry exactly the host's versions, so a mirror that lacks
+# them stops it (apt's dry run tells at once): then the armhf build leaves the element out.
+gst=libgstreamer1.0-dev:armhf
+if dpkg -s "$gst" >/dev/null 2>&1 || apt-get install -s -qq "$gst" >/dev/null 2>&1; then
+    ./setup.sh "$gst"
+else
+    echo "setup-armhf: $gst cannot be installed beside the host's packages" \
+        "(apt-get install -s $gst says why); the armhf build goes without the GStreamer element"
+fi

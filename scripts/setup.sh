@@ -10,6 +10,8 @@ packages=(
     clang libclang-rt-14-dev
     libbenchmark-dev
     python3-numpy python3-scipy python3-soundfile espeak-ng
+    libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools
+    gstreamer1.0-plugins-base gstreamer1.0-plugins-good
 )
 [ "$#" -gt 0 ] && packages+=("$@")
 

@@ -1,7 +1,8 @@
 # Cross build for the product target: 32-bit ARMv7 Linux, NEON, hard float.
 # Compiler and emulator come from Debian (g++-arm-linux-gnueabihf, qemu-user); the target's
-# libraries from multiarch (libcjson-dev:armhf, libkissfft-dev:armhf). Test programs run
-# under qemu-arm, so ctest runs the same suites as on the host.
+# libraries from multiarch (libcjson-dev:armhf, libkissfft-dev:armhf, and for the GStreamer
+# element libgstreamer1.0-dev:armhf when it is installed). Test programs run under qemu-arm,
+# so ctest runs the same suites as on the host.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 
@@ -22,6 +23,9 @@ set(CMAKE_CXX_FLAGS_INIT "${QENAEC_TARGET_FLAGS}")
 # time instead of linking an x86-64 library.
 set(CMAKE_LIBRARY_ARCHITECTURE ${QENAEC_TARGET_TRIPLE})
 list(APPEND CMAKE_IGNORE_PATH /usr/lib/x86_64-linux-gnu /lib/x86_64-linux-gnu)
+# pkg-config (the GStreamer element) reads the target's .pc files only.
+set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/${QENAEC_TARGET_TRIPLE}/pkgconfig:/usr/share/pkgconfig)
+set(ENV{PKG_CONFIG_PATH} "")
 
 # The cross toolchain's own runtime (loader, libc, libstdc++) sits under /usr/<triple>; the
 # multiarch libraries come after it so both halves use one glibc build.

@@ -12,7 +12,7 @@ namespace {
 constexpr uint32_t kMaxBandEdge = 126;
 constexpr int kMaxHandleId = 100;
 
-aec_workingbuf_t *instance(void *p) {
+aec_workingbuf_t *as_instance(void *p) {
     return static_cast<aec_workingbuf_t *>(p);
 }
 
@@ -23,7 +23,7 @@ ALGO_AEC_RET check_config(const AudioAecConfig *cfg, int dbg_lv) {
                  static_cast<int>(cfg->comfort_noise_enable));
         return ALGO_AEC_RET_INVALID_COMFORT_NOISE;
     }
-    for (int k = 0; k < 7; ++k) {
+    for (int k = 0; k < kAecBands; ++k) {
         if (cfg->suppression_mode_intensity[k] > kSuppModeMaxIntensity) {
             algo_log(dbg_lv, ALGO_MSG_ERR,
                      " [AEC]Fail! The SuppMode only support [0~25] for each element!\t\n");
@@ -31,7 +31,7 @@ ALGO_AEC_RET check_config(const AudioAecConfig *cfg, int dbg_lv) {
         }
     }
     const uint32_t *edge = cfg->suppression_mode_freq;
-    for (int k = 0; k < 6; ++k) {
+    for (int k = 0; k < kAecBandEdges; ++k) {
         if (edge[k] == 0 || edge[k] > kMaxBandEdge) {
             algo_log(dbg_lv, ALGO_MSG_ERR,
                      " [AEC]Fail! The SuppMode_Band only support [1~126] for each element!\t\n");
@@ -55,7 +55,7 @@ ALGO_AEC_RET _QenAec_Config(AEC_HANDLE handle, AudioAecConfig *aec_config) {
         algo_log_always(ALGO_MSG_ERR, " [AEC]Fail! The handle or aec_config is null!\t\n");
         return ALGO_AEC_RET_INVALID_HANDLE;
     }
-    aec_workingbuf_t *buf = instance(handle);
+    aec_workingbuf_t *buf = as_instance(handle);
     const int dbg_lv = buf->dbg_level;
     if (buf->aec_status_flag.is_aec_init_status == 0) {
         algo_log(dbg_lv, ALGO_MSG_ERR, "[%s]Fail! Need init before QenAec_Config\t\n",
@@ -94,7 +94,7 @@ int _QenAec_SetModeByFreqBand(AEC_HANDLE handle, unsigned int *Matrix_Mode) {
         algo_log_always(ALGO_MSG_ERR, "[AEC]Fail! The AecWorkingBuff is NULL\t\n");
         return -1;
     }
-    aec_workingbuf_t *buf = instance(handle);
+    aec_workingbuf_t *buf = as_instance(handle);
     if (_QenAec_SetAecMode_Band(buf, Matrix_Mode) < 0) {
         // The full stop after the newline is part of the message as it has always printed.
         algo_log(buf->dbg_level, ALGO_MSG_ERR, "[AEC]Fail! Set mode error\n.");
@@ -109,7 +109,7 @@ ALGO_AEC_RET _QenAec_GetConfig(AEC_HANDLE handle, AudioAecInit *aec_init,
         algo_log_always(ALGO_MSG_ERR, " [AEC]Fail! The handle or aec_config is null!\t\n");
         return ALGO_AEC_RET_INVALID_HANDLE;
     }
-    const aec_workingbuf_t *buf = instance(handle);
+    const aec_workingbuf_t *buf = as_instance(handle);
     const aec_input_data_property_t *prop = &buf->aec_data_property;
     // aec_init is the caller's to provide; only the handle and aec_config are checked.
     aec_init->farend_channel = prop->farend_channel;
@@ -129,7 +129,7 @@ ALGO_AEC_RET _QenAec_SetRecursiveRatio(AEC_HANDLE handle, unsigned int recursive
         algo_log_always(ALGO_MSG_ERR, "[%s]Fail! The AEC handle is NULL\t\n", kName);
         return ALGO_AEC_RET_INVALID_HANDLE;
     }
-    aec_workingbuf_t *buf = instance(handle);
+    aec_workingbuf_t *buf = as_instance(handle);
     const int dbg_lv = buf->dbg_level;
     if (buf->aec_status_flag.is_aec_init_status == 0) {
         algo_log(dbg_lv, ALGO_MSG_ERR, "[%s]Fail! Need init before QenAec_SetRecursiveRatio\t\n",
@@ -151,7 +151,7 @@ ALGO_AEC_RET _QenAec_SetHandleId(AEC_HANDLE handle, int id) {
         algo_log_always(ALGO_MSG_ERR, "[%s]Fail! The aec handle is NULL.\t\n", kName);
         return ALGO_AEC_RET_INVALID_HANDLE;
     }
-    aec_workingbuf_t *buf = instance(handle);
+    aec_workingbuf_t *buf = as_instance(handle);
     const int dbg_lv = buf->dbg_level;
     if (id > kMaxHandleId) {
         algo_log(dbg_lv, ALGO_MSG_WRN, "[%s]Warning! The aec handle id exceed 100.\t\n", kName);

@@ -1,5 +1,7 @@
 // The frame driver. Run and ADF_Run share their front half (flags, dumps, loading, saturation,
-// far-end analysis, clipping check); the differences of ADF_Run are deliberate and kept.
+// far-end analysis, clipping check); the differences of ADF_Run are deliberate and kept. The
+// stages are called through their documented entry points, which pick out of the instance what
+// each stage reads and writes.
 #include "api/run.h"
 
 #include "core/linear_stage.h"
@@ -16,19 +18,17 @@ constexpr int kSaturationThreshold = 32700;
 
 enum class Mode { kFull, kLinearOnly };
 
-void set_post_info(aec_workingbuf_t *buf, int32_t length, uint32_t channels, int32_t bias,
+// The four values are set in the order the stream tools document them.
+void set_post_info(postInfo_t *info, int32_t length, uint32_t channels, int32_t bias,
                    int32_t flag) {
-    buf->postInfo.length = length;
-    buf->postInfo.channel_number = channels;
-    buf->postInfo.bias = bias;
-    buf->postInfo.flag = flag;
+    info->length = length;
+    info->channel_number = channels;
+    info->bias = bias;
+    info->flag = flag;
 }
 
 // A clipped frame marks itself and the frame after it as saturated.
-void detect_saturation(aec_workingbuf_t *buf, const short *near) {
-    aec_saturated_flag_t *sat = &buf->aec_saturated_flag;
-    const aec_input_data_property_t &prop = buf->aec_data_property;
-    const uint32_t samples = prop.point_number * prop.nearend_channel;
+void detect_saturation(const short *near, uint32_t samples, aec_saturated_flag_t *sat) {
     sat->is_saturate_ind = 0;
     for (uint32_t k = 0; k < samples; ++k) {
         const int magnitude = near[k] < 0 ? -static_cast<int>(near[k]) : near[k];
@@ -41,8 +41,8 @@ void detect_saturation(aec_workingbuf_t *buf, const short *near) {
     sat->is_saturate_ind_pre = sat->is_saturate_ind;
 }
 
-// Steps shared by Run and ADF_Run up to the clipping check. Returns SUCCESS to go on, or the
-// code to return at once.
+// Steps shared by Run and ADF_Run up to the clipping check, on the whole instance as the entry
+// points themselves. Returns SUCCESS to go on, or the code to return at once.
 ALGO_AEC_RET run_front(aec_workingbuf_t *buf, short *near, short *far, Mode mode) {
     const aec_input_data_property_t &prop = buf->aec_data_property;
     if (buf->aec_status_flag.is_aec_init_status == 0) {
@@ -62,13 +62,15 @@ ALGO_AEC_RET run_front(aec_workingbuf_t *buf, short *near, short *far, Mode mode
         DebugDumpDataWrite(buf->near_end_dump, near, prop.point_number * prop.nearend_channel);
     }
 
-    set_post_info(buf, 256, prop.nearend_channel, static_cast<int32_t>(prop.point_number), 1);
+    set_post_info(&buf->postInfo, kAecFft, prop.nearend_channel,
+                  static_cast<int32_t>(prop.point_number), 1);
     for (uint32_t ch = 0; ch < prop.nearend_channel; ++ch) {
         LoadStreamf(buf->AudioNearEnd[ch], near, static_cast<int>(ch), &buf->postInfo);
     }
-    detect_saturation(buf, near);
+    detect_saturation(near, prop.point_number * prop.nearend_channel, &buf->aec_saturated_flag);
 
-    set_post_info(buf, 256, prop.farend_channel, static_cast<int32_t>(prop.point_number), 1);
+    set_post_info(&buf->postInfo, kAecFft, prop.farend_channel,
+                  static_cast<int32_t>(prop.point_number), 1);
     // The linear-only path bounds the far-end loop by the near-end channel count.
     const uint32_t far_loads = mode == Mode::kFull ? prop.farend_channel : prop.nearend_channel;
     for (uint32_t ch = 0; ch < far_loads; ++ch) {
@@ -76,18 +78,19 @@ ALGO_AEC_RET run_front(aec_workingbuf_t *buf, short *near, short *far, Mode mode
     }
 
     // Measured over the first half of the pair: the previous frame's samples.
-    buf->FarEndMean =
-        FarEndMean_Compute(buf->AudioFarEnd[0], static_cast<int>(prop.point_number));
+    buf->FarEndMean = FarEndMean_Compute(buf->AudioFarEnd[0], static_cast<int>(prop.point_number));
     VelFuncAec_BufferFarendPartition(buf, buf->AudioFarEnd[0]);
-    buf->postInfo.length = 128;
-    Post_Clipping_Check(&buf->AudioNearEnd[0][128], &buf->postInfo, buf->dbg_level);
+    buf->postInfo.length = kAecBlock;
+    Post_Clipping_Check(&buf->AudioNearEnd[0][kAecBlock], &buf->postInfo, buf->dbg_level);
     return ALGO_AEC_RET_SUCCESS;
 }
 
-void write_output(aec_workingbuf_t *buf, float *source, short *near) {
-    const aec_input_data_property_t &prop = buf->aec_data_property;
-    set_post_info(buf, static_cast<int32_t>(prop.point_number), prop.nearend_channel, 0, 1);
-    Post_OLA_Process(source, nullptr, near, &buf->postInfo);
+// The output stage: `source` (a block) saturated into the caller's near-end buffer, the one
+// processed channel into every near-end channel.
+void write_output(const aec_input_data_property_t &prop, float *source, short *near,
+                  postInfo_t *info) {
+    set_post_info(info, static_cast<int32_t>(prop.point_number), prop.nearend_channel, 0, 1);
+    Post_OLA_Process(source, nullptr, near, info);
 }
 
 ALGO_AEC_RET run_back(aec_workingbuf_t *buf, short *near) {
@@ -114,12 +117,11 @@ ALGO_AEC_RET _QenAec_Run(AEC_HANDLE handle, short *pssAduioNearEndIn, short *pss
     }
     Aec_NLMS_process(buf, buf->AudioNearEnd[0], buf->AudioNearEnd[1]);
     Aec_NLP_process(buf, buf->AudioNearEnd[0], buf->AudioNearEnd[1]);
-    write_output(buf, buf->AudioNearEnd[0], pssAduioNearEndIn);
+    write_output(buf->aec_data_property, buf->AudioNearEnd[0], pssAduioNearEndIn, &buf->postInfo);
     return run_back(buf, pssAduioNearEndIn);
 }
 
-ALGO_AEC_RET _QenAec_ADF_Run(AEC_HANDLE handle, short *pssAduioNearEndIn,
-                             short *pssAduioFarEndIn) {
+ALGO_AEC_RET _QenAec_ADF_Run(AEC_HANDLE handle, short *pssAduioNearEndIn, short *pssAduioFarEndIn) {
     if (handle == nullptr) {
         algo_log_always(ALGO_MSG_ERR, "[AEC]Fail! The AecWorkingBuff is NULL\t\n");
         return static_cast<ALGO_AEC_RET>(-1);
@@ -135,7 +137,8 @@ ALGO_AEC_RET _QenAec_ADF_Run(AEC_HANDLE handle, short *pssAduioNearEndIn,
     if (buf->FarEndMean > 0) {
         Aec_NLMS_process(buf, buf->AudioNearEnd[0], buf->AudioNearEnd[1]);
     }
-    write_output(buf, &buf->mdf_error[128], pssAduioNearEndIn);
+    write_output(buf->aec_data_property, &buf->mdf_error[kAecBlock], pssAduioNearEndIn,
+                 &buf->postInfo);
     return run_back(buf, pssAduioNearEndIn);
 }
 
@@ -147,6 +150,6 @@ ALGO_AEC_RET _QenAec_NLP_Run(AEC_HANDLE handle, short *pssAduioNearEndIn) {
     auto *buf = static_cast<aec_workingbuf_t *>(handle);
     const fp_frame_mode_t fp_mode;
     Aec_NLP_process(buf, buf->AudioNearEnd[0], buf->AudioNearEnd[1]);
-    write_output(buf, buf->AudioNearEnd[0], pssAduioNearEndIn);
+    write_output(buf->aec_data_property, buf->AudioNearEnd[0], pssAduioNearEndIn, &buf->postInfo);
     return ALGO_AEC_RET_SUCCESS;
 }

@@ -21,32 +21,32 @@ constexpr int kCoreInitLineReset = 544;
 // 2), while the filter gets the configured rate. Intended: Reset differs from Init here.
 constexpr int kResetCoreRate = 16000;
 
-aec_workingbuf_t *instance(void *p) {
+aec_workingbuf_t *as_instance(void *p) {
     return static_cast<aec_workingbuf_t *>(p);
 }
 
 void attach_fft_area(char *block) {
-    aec_workingbuf_t *buf = instance(block);
+    aec_workingbuf_t *buf = as_instance(block);
     buf->FFT_workingBuff.fftSize = kAecFft;
     buf->FFT_workingBuff.fft_Ne10_cfg =
         reinterpret_cast<ne10_fft_r2c_cfg_float32_t>(block + sizeof(aec_workingbuf_t));
 }
 
-void store_init_record(aec_workingbuf_t *buf, const AudioAecInit *rec) {
-    buf->aec_data_property.point_number = rec->point_number;
-    buf->aec_data_property.nearend_channel = rec->nearend_channel;
-    buf->aec_data_property.farend_channel = rec->farend_channel;
-    buf->aec_inst.sampFreq = rec->sample_rate;
+// The rate is kept in the core state, not with the other properties.
+void store_init_record(const AudioAecInit *rec, aec_input_data_property_t *prop, int *sampFreq) {
+    prop->point_number = rec->point_number;
+    prop->nearend_channel = rec->nearend_channel;
+    prop->farend_channel = rec->farend_channel;
+    *sampFreq = rec->sample_rate;
 }
 
-void install_default_bands(aec_workingbuf_t *buf) {
-    memcpy(buf->aec_data_property.Supp_Mode, default_Supp_Mode, sizeof default_Supp_Mode);
-    memcpy(buf->aec_data_property.Supp_Mode_Frq, default_Supp_Mode_Freq,
-           sizeof default_Supp_Mode_Freq);
+void install_default_bands(aec_input_data_property_t *prop) {
+    memcpy(prop->Supp_Mode, default_Supp_Mode, sizeof default_Supp_Mode);
+    memcpy(prop->Supp_Mode_Frq, default_Supp_Mode_Freq, sizeof default_Supp_Mode_Freq);
 }
 
 void init_filter(aec_workingbuf_t *buf) {
-    mdf_echo_state_init(buf, kAecBlock, 1024);
+    mdf_echo_state_init(buf, kAecBlock, kAecTaps);
     mdf_echo_ctl(buf, kMdfSetSamplingRate, &buf->aec_inst.sampFreq);
 }
 
@@ -70,9 +70,9 @@ void print_banner(int dbg_lv) {
     algo_log(dbg_lv, ALGO_MSG_MSG, "%s\n", dashes);
 }
 
-void print_setting(const aec_workingbuf_t *buf, int dbg_lv) {
-    algo_log(dbg_lv, ALGO_MSG_MSG, "[AEC]Setting: [%d][%d]\r\n",
-             static_cast<int>(buf->aec_data_property.point_number), 8);
+void print_setting(uint32_t point_number, int dbg_lv) {
+    algo_log(dbg_lv, ALGO_MSG_MSG, "[AEC]Setting: [%d][%d]\r\n", static_cast<int>(point_number),
+             kAecPartitions);
 }
 
 void release_parts(aec_workingbuf_t *buf) {
@@ -131,13 +131,13 @@ AEC_HANDLE _QenAec_Init(char *block, AudioAecInit *aec_init) {
         return nullptr;
     }
 
-    aec_workingbuf_t *buf = instance(block);
+    aec_workingbuf_t *buf = as_instance(block);
     memset(buf, 0, sizeof *buf);
     attach_fft_area(block);
     buf->dbg_level = dbg_lv;
     buf->aec_status_flag.is_aec_init_status = 0;
-    store_init_record(buf, aec_init);
-    print_setting(buf, dbg_lv);
+    store_init_record(aec_init, &buf->aec_data_property, &buf->aec_inst.sampFreq);
+    print_setting(buf->aec_data_property.point_number, dbg_lv);
 
     ne10_init();
     print_banner(dbg_lv);
@@ -152,7 +152,7 @@ AEC_HANDLE _QenAec_Init(char *block, AudioAecInit *aec_init) {
     // the first Config computes them.
     buf->aec_data_property.comfort_noise_channel = 0;
     buf->aec_data_property.delay_sample = 0;
-    install_default_bands(buf);
+    install_default_bands(&buf->aec_data_property);
     buf->Recursive_Ratio = 0.1f;
     buf->FE_Level_Thr = 1.8426f;
 
@@ -173,7 +173,7 @@ AEC_HANDLE _QenAec_Reset(char *block, AudioAecInit *aec_init) {
                         "[AEC]Fail! The WorkingBuff or AudioAecProcessStruct is NULL\t\n");
         return nullptr;
     }
-    aec_workingbuf_t *buf = instance(block);
+    aec_workingbuf_t *buf = as_instance(block);
     if (buf->aec_status_flag.is_aec_init_status == 0) {
         algo_log(dbg_lv, ALGO_MSG_ERR,
                  "[AEC]Fail! Please run QenAec_Init before run QenAec_Reset\r\n");
@@ -186,8 +186,8 @@ AEC_HANDLE _QenAec_Reset(char *block, AudioAecInit *aec_init) {
     if (_QenAec_CheckAudioAecInitElement(aec_init, dbg_lv) != ALGO_AEC_RET_SUCCESS) {
         return nullptr;
     }
-    store_init_record(buf, aec_init);
-    print_setting(buf, dbg_lv);
+    store_init_record(aec_init, &buf->aec_data_property, &buf->aec_inst.sampFreq);
+    print_setting(buf->aec_data_property.point_number, dbg_lv);
     attach_fft_area(block);
     if (VelFuncAec_InitAec(kResetCoreRate, buf) != 0) {
         algo_log(dbg_lv, ALGO_MSG_ERR, "[AEC]Fail! Initialization Error at Line %d\r\n",
@@ -196,7 +196,7 @@ AEC_HANDLE _QenAec_Reset(char *block, AudioAecInit *aec_init) {
     }
     ModuleProfile_Init();
     buf->aec_data_property.comfort_noise_channel = 0;
-    install_default_bands(buf);
+    install_default_bands(&buf->aec_data_property);
 
     // The core ran its set-up at 16000; the filter and every later reader of the rate see
     // the record's rate again.
@@ -221,7 +221,7 @@ ALGO_AEC_RET _QenAec_Free(AEC_HANDLE handle) {
         algo_log_always(ALGO_MSG_ERR, "[AEC]Fail! The AecWorkingBuff is NULL\t\n");
         return static_cast<ALGO_AEC_RET>(-1);
     }
-    aec_workingbuf_t *buf = instance(handle);
+    aec_workingbuf_t *buf = as_instance(handle);
     release_parts(buf);
     DebugDumpDataFree(buf);
     buf->aec_status_flag.is_aec_init_status = 0;

@@ -1,15 +1,9 @@
-// Start state of the echo-canceller core, and its (empty) release.
+// The start state of the echo-canceller core.
 #include "core/aec_state.h"
 
 #include <cstring>
 
-#include "instance.h"
-
-int VelFuncAec_InitAec(int sampFreq, aec_workingbuf_t *buf) {
-    aec_t *aec = &buf->aec_inst;
-    buf->FFT_workingBuff.is_fft_init = 0;
-    fft_init(&buf->FFT_workingBuff);
-
+void aec_core_init(aec_t *aec, int sampFreq) {
     aec->sampFreq = sampFreq;
     aec->errThresh = 1.5e-6f;
     aec->system_delay = 0;
@@ -55,9 +49,4 @@ int VelFuncAec_InitAec(int sampFreq, aec_workingbuf_t *buf) {
     aec->delayIdx = 0;
     aec->divergeState = 0;
     aec->seed = 777;
-    return 0;
-}
-
-int VelFuncAec_FreeAec(aec_workingbuf_t *buf) {
-    return buf == nullptr ? -1 : 0;
 }

@@ -3,10 +3,8 @@
 // the floor is 8 while the target falls (with the jump from -30 to -45 between 19 and 20).
 #include "core/supp_mode.h"
 
-#include "instance.h"
-
-const uint32_t default_Supp_Mode[7] = {5, 4, 4, 5, 10, 10, 10};
-const uint32_t default_Supp_Mode_Freq[6] = {4, 6, 36, 49, 50, 51};
+const uint32_t default_Supp_Mode[kAecBands] = {5, 4, 4, 5, 10, 10, 10};
+const uint32_t default_Supp_Mode_Freq[kAecBandEdges] = {4, 6, 36, 49, 50, 51};
 
 namespace {
 
@@ -25,16 +23,16 @@ const supp_mode_entry_t kIntensityTable[kSuppModeMaxIntensity + 1] = {
 
 }  // namespace
 
-int _QenAec_SetAecMode_Band(aec_workingbuf_t *buf, unsigned int *Mode_Matrix) {
-    aec_t *aec = &buf->aec_inst;
-    aec->errThresh = 1.5e-6f;
+int supp_mode_targets(const unsigned int *Mode_Matrix, float *errThresh, float *targetSupp,
+                      float *minOverDrive) {
+    *errThresh = 1.5e-6f;
     for (int b = 0; b < kAecBands; ++b) {
         const unsigned int intensity = Mode_Matrix[b];
         if (intensity > kSuppModeMaxIntensity) {
             return -1;
         }
-        aec->targetSupp[b] = kIntensityTable[intensity].target_supp;
-        aec->minOverDrive[b] = kIntensityTable[intensity].min_over_drive;
+        targetSupp[b] = kIntensityTable[intensity].target_supp;
+        minOverDrive[b] = kIntensityTable[intensity].min_over_drive;
     }
     return 0;
 }

@@ -1,9 +1,9 @@
 // Analysis and synthesis windowing of 256-sample block pairs, and the forward transforms of
-// such pairs into the instance's packed spectra. Every stage that windows a block pair calls
-// this one helper, so the core has one definition of its square-root Hann convention.
+// such pairs into packed spectra. Every stage that windows a block pair calls this one helper,
+// so the core has one definition of its square-root Hann convention.
 #pragma once
 
-struct aec_workingbuf_t;
+#include "dsp/fft.h"
 
 // out[i] = pair[i] * sqrtHanning[i], out[128 + i] = pair[128 + i] * sqrtHanning[128 - i],
 // i = 0..127. `out` may be `pair` (in place).
@@ -11,6 +11,5 @@ void aec_window_pair(const float *pair, float *out);
 
 // Forward transform of a pair (unwindowed, or windowed first) into the 258-float packed
 // `spectrum`, which must not overlap `pair`.
-void aec_pair_spectrum(aec_workingbuf_t *aec_internal_buf_in, const float *pair, float *spectrum);
-void aec_windowed_pair_spectrum(aec_workingbuf_t *aec_internal_buf_in, const float *pair,
-                                float *spectrum);
+void aec_pair_spectrum(const fft_ctx_t &fft, const float *pair, float *spectrum);
+void aec_windowed_pair_spectrum(const fft_ctx_t &fft, const float *pair, float *spectrum);

@@ -1,5 +1,6 @@
-// PCM field dumps. Every close clears the stream pointer and every close and write skips a
-// null stream, so no switching sequence closes a file twice or writes to a closed one.
+// PCM field dumps, on an instance's dump fields. Every close clears the stream pointer and
+// every close and write skips a null stream, so no switching sequence closes a file twice or
+// writes to a closed one.
 #include "diag/dump.h"
 
 #include <dirent.h>
@@ -7,7 +8,6 @@
 #include <cstdlib>
 
 #include "diag/log.h"
-#include "instance.h"
 
 namespace {
 
@@ -25,14 +25,6 @@ void close_stream(FILE **stream) {
     }
 }
 
-// Closing order: output, far end, echo, near end.
-void close_all(aec_workingbuf_t *h) {
-    close_stream(&h->output_dump);
-    close_stream(&h->far_end_dump);
-    close_stream(&h->echo_dump);
-    close_stream(&h->near_end_dump);
-}
-
 bool directory_exists(const char *path) {
     DIR *dir = opendir(path);
     if (dir == nullptr) {
@@ -42,7 +34,7 @@ bool directory_exists(const char *path) {
     return true;
 }
 
-int open_dumps(aec_workingbuf_t *h) {
+int open_dumps(const dump_files_t &h) {
     const char *env = getenv("AUDIO_DUMP_PATH");
     const char *requested = env != nullptr ? env : ".";
     char dir[64];
@@ -50,23 +42,23 @@ int open_dumps(aec_workingbuf_t *h) {
     // A directory that does not fit the text is refused like a missing one, rather than
     // opening files in a cut-off path.
     if (dir_len < 0 || static_cast<size_t>(dir_len) >= sizeof dir || !directory_exists(dir)) {
-        algo_log(h->dbg_level, ALGO_MSG_ERR, "[%s]Fail! Dump path %s doesn't exist!\t\n",
+        algo_log(h.dbg_level, ALGO_MSG_ERR, "[%s]Fail! Dump path %s doesn't exist!\t\n",
                  "DebugDumpDataInit", requested);
         return -1;
     }
     char names[4][128];
     for (int k = 0; k < 4; ++k) {
-        const int len = snprintf(names[k], sizeof names[k], kDumpNames[k], dir, h->dump_id);
+        const int len = snprintf(names[k], sizeof names[k], kDumpNames[k], dir, h.id);
         if (len < 0 || static_cast<size_t>(len) >= sizeof names[k]) {
-            algo_log(h->dbg_level, ALGO_MSG_ERR, "[%s]Fail! Dump path %s doesn't exist!\t\n",
+            algo_log(h.dbg_level, ALGO_MSG_ERR, "[%s]Fail! Dump path %s doesn't exist!\t\n",
                      "DebugDumpDataInit", requested);
             return -1;
         }
     }
     // Files left open by an earlier 1 that was followed by another unknown value.
-    close_all(h);
-    snprintf(h->dump_path, sizeof h->dump_path, "%s", dir);
-    FILE **streams[4] = {&h->near_end_dump, &h->far_end_dump, &h->echo_dump, &h->output_dump};
+    dump_close_all(h);
+    snprintf(h.path, h.path_bytes, "%s", dir);
+    FILE **streams[4] = {h.near_end, h.far_end, h.echo, h.output};
     for (int k = 0; k < 4; ++k) {
         // A failed open leaves the stream null; the writes then skip it.
         *streams[k] = fopen(names[k], "wb");
@@ -76,27 +68,31 @@ int open_dumps(aec_workingbuf_t *h) {
 
 }  // namespace
 
-int DebugDumpDataInit(aec_workingbuf_t *h) {
+// Closing order: output, far end, echo, near end.
+void dump_close_all(const dump_files_t &h) {
+    close_stream(h.output);
+    close_stream(h.far_end);
+    close_stream(h.echo);
+    close_stream(h.near_end);
+}
+
+int dump_follow_switch(const dump_files_t &h) {
     const char *env = getenv("AUDIO_AEC_DUMP");
     const int value = env != nullptr ? atoi(env) : 0;
-    if (value == h->dump_flag) {
+    if (value == *h.flag) {
         return 0;
     }
-    h->dump_flag = value;
+    *h.flag = value;
     if (value == 1) {
         return open_dumps(h);
     }
     if (value == 0) {
-        close_all(h);
+        dump_close_all(h);
         return 0;
     }
-    algo_log(h->dbg_level, ALGO_MSG_ERR, "[%s]Fail! Dump AEC export error.\t\n",
+    algo_log(h.dbg_level, ALGO_MSG_ERR, "[%s]Fail! Dump AEC export error.\t\n",
              "DebugDumpDataInit");
     return -1;
-}
-
-void DebugDumpDataFree(aec_workingbuf_t *h) {
-    close_all(h);
 }
 
 void DebugDumpDataWrite(FILE *stream, const short *data, size_t samples) {

@@ -1,8 +1,12 @@
 // PCM field dumps: four raw 16-bit files per instance, switched on and off by AUDIO_AEC_DUMP
 // (read every frame) in the directory AUDIO_DUMP_PATH (default ".").
+//
+// The documented entry points take the instance; each is an adapter (dump_adapters.cpp) that
+// hands the instance's dump fields to the functions below.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 
 struct aec_workingbuf_t;
@@ -16,3 +20,20 @@ int DebugDumpDataInit(aec_workingbuf_t *aec_handle);
 void DebugDumpDataFree(aec_workingbuf_t *aec_handle);
 // Appends `samples` 16-bit samples to `stream`; nothing when the stream is not open.
 void DebugDumpDataWrite(FILE *stream, const short *data, size_t samples);
+
+// The dump fields of one instance: the four streams, the last switch value, the directory
+// text (`path_bytes` long), the id in the file names and the message level of its failures.
+struct dump_files_t {
+    FILE **near_end;
+    FILE **far_end;
+    FILE **echo;
+    FILE **output;
+    int32_t *flag;
+    char *path;
+    size_t path_bytes;
+    int32_t id;
+    int32_t dbg_level;
+};
+
+int dump_follow_switch(const dump_files_t &files);
+void dump_close_all(const dump_files_t &files);

@@ -12,7 +12,6 @@
 namespace {
 
 constexpr int kTableSize = 1024;
-constexpr int kMaxBins = 129;  // length 256: bins 0..128
 
 std::atomic<int> comfort_noise_ind{0};         // next table entry
 std::atomic<int> comfort_noise_ind_offset{0};  // entry whose low byte restarts the read position
@@ -21,13 +20,14 @@ std::atomic<int> comfort_noise_ind_offset{0};  // entry whose low byte restarts 
 float bin_magnitude(const float *bin) {
     const double re = bin[0];
     const double im = bin[1];
-    return (float)sqrt(re * re + im * im);
+    return static_cast<float>(sqrt(re * re + im * im));
 }
 
 // v * 2^shift: a multiplication for shift >= 0, a division by 2^-shift below, done as the
 // multiplication by the exact reciprocal (a power of two), which rounds identically.
 float apply_shift(float v, int shift) {
-    return shift >= 0 ? v * (float)(1 << shift) : v * (1.0f / (float)(1 << -shift));
+    return shift >= 0 ? v * static_cast<float>(1 << shift)
+                      : v * (1.0f / static_cast<float>(1 << -shift));
 }
 
 int load(const std::atomic<int> &v) {
@@ -43,7 +43,7 @@ void store(std::atomic<int> &v, int x) {
 void advance(int ind) {
     if (ind == kTableSize - 1) {
         const int offset = load(comfort_noise_ind_offset);
-        store(comfort_noise_ind, (uint16_t)comfortNoiseX[offset] & 0xFF);
+        store(comfort_noise_ind, static_cast<uint16_t>(comfortNoiseX[offset]) & 0xFF);
         store(comfort_noise_ind_offset, (offset + 1) % kTableSize);
     } else {
         store(comfort_noise_ind, ind + 1);
@@ -52,18 +52,18 @@ void advance(int ind) {
 
 }  // namespace
 
-void ComfortNoise_Process(float *input, float *noisePow, float *lambda, int length,
+// `lambda` (the suppression gains) is part of the signature and not read.
+void ComfortNoise_Process(float *input, float *noisePow, float * /*lambda*/, int length,
                           float NOISE_MIN_PWR, int NOISE_MUL_LEFT_SHIFT) {
-    (void)lambda;
     // Each bin's magnitude is needed twice (range, then weight); the transform size's bins
     // are computed once and kept (a longer spectrum computes the rest again).
-    float magnitude[kMaxBins];
+    float magnitude[kAecBins];
     float max = bin_magnitude(&input[0]);
     float min = max;
     magnitude[0] = max;
     for (int i = 2; i <= length; i += 2) {
         const float m = bin_magnitude(&input[i]);
-        if (i / 2 < kMaxBins) {
+        if (i / 2 < kAecBins) {
             magnitude[i / 2] = m;
         }
         if (m > max) {
@@ -76,12 +76,13 @@ void ComfortNoise_Process(float *input, float *noisePow, float *lambda, int leng
 
     for (int i = 0; i <= length; i += 2) {
         const int j = i / 2;
-        const float m = j < kMaxBins ? magnitude[j] : bin_magnitude(&input[i]);
-        const float a = (float)(((double)m - min) / (((double)max - min) + 1e-10));
+        const float m = j < kAecBins ? magnitude[j] : bin_magnitude(&input[i]);
+        const float a = static_cast<float>((static_cast<double>(m) - min) /
+                                           ((static_cast<double>(max) - min) + 1e-10));
         // The loudest bin gets almost no noise, the weakest nearly the full floor.
-        const float g = 0.9999 - a > 0 ? (float)(0.9999 - a) : 0.0f;
+        const float g = 0.9999 - a > 0 ? static_cast<float>(0.9999 - a) : 0.0f;
         const float p = NOISE_MIN_PWR < noisePow[j] ? noisePow[j] : NOISE_MIN_PWR;
-        const float amplitude = (float)sqrt((double)g * p);
+        const float amplitude = static_cast<float>(sqrt(static_cast<double>(g) * p));
         const int ind = load(comfort_noise_ind);
         const float x = comfortNoiseX[ind];
         const float y = comfortNoiseY[ind];

@@ -4,11 +4,13 @@
 
 #include <cstdint>
 
+#include "dims.h"
+
 extern const int16_t comfortNoiseX[1024];
 extern const int16_t comfortNoiseY[1024];
 
 struct cng_t {
-    float dMinPow[129];
+    float dMinPow[kAecBins];
     float comfort_noise_min_pwr;
     int comfort_noise_mul_left_shift;
 };

@@ -32,8 +32,8 @@ void kiss_r2c(ne10_fft_cpx_float32_t *out, const float *in, ne10_fft_r2c_cfg_flo
 
 void kiss_c2r(float *out, const ne10_fft_cpx_float32_t *in, ne10_fft_r2c_cfg_float32_t cfg) {
     kiss_fftri(cfg->inverse, reinterpret_cast<const kiss_fft_cpx *>(in), out);
-    // The engine carries the 1/N of the inverse; 0.25 / (N / 4) is exact for N = 256.
-    const int n = 256;
+    // The engine carries the 1/N of the inverse; 0.25 / (N / 4) is exact for N = kAecFft.
+    const int n = kAecFft;
     const float scale = 0.25f / static_cast<float>(n / 4);
     for (int t = 0; t < n; ++t) {
         out[t] *= scale;

@@ -1,9 +1,12 @@
 // Real FFT of 256 points on the packed half spectrum: 258 floats, bins 0..128 as (re, im)
 // pairs, DC and Nyquist each with their own pair. Forward is unscaled, inverse scaled by 1/N.
 // The plans live in caller memory (the area after the instance record); nothing is allocated.
+// Stages that transform take an fft_ctx_t (the instance's handle and work arrays).
 #pragma once
 
 #include <cstdint>
+
+#include "dims.h"
 
 struct ne10_fft_cpx_float32_t {
     float r;
@@ -18,7 +21,7 @@ typedef int ne10_result_t;
 enum : ne10_result_t { NE10_OK = 0, NE10_ERR = -1 };
 
 struct FFTHandle_t {
-    ne10_fft_cpx_float32_t fft_Ne10_out[129];
+    ne10_fft_cpx_float32_t fft_Ne10_out[kAecBins];
     ne10_fft_r2c_cfg_float32_t fft_Ne10_cfg;
     int is_fft_init;
     int fftSize;
@@ -40,3 +43,20 @@ void fft_init_in(FFTHandle_t *handle, unsigned int area_bytes);
 void VEL_rdft(FFTHandle_t *handle, int n, int isgn, float *a, int *ip, float *w);
 void fft_Free(FFTHandle_t *handle);
 ne10_result_t ne10_init(void);
+
+// What one instance's transforms use besides the data: its FFT state and the two work arrays
+// that VEL_rdft only tests for null.
+struct fft_ctx_t {
+    FFTHandle_t *handle;
+    int *ip;
+    float *w;
+};
+
+// In place on kAecSpectrum floats: the forward transform (unscaled) of the first kAecFft, and
+// the inverse (scaled by 1/N) of the packed spectrum.
+inline void fft_forward(const fft_ctx_t &fft, float *a) {
+    VEL_rdft(fft.handle, kAecFft, 1, a, fft.ip, fft.w);
+}
+inline void fft_inverse(const fft_ctx_t &fft, float *a) {
+    VEL_rdft(fft.handle, kAecFft, -1, a, fft.ip, fft.w);
+}

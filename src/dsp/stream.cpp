@@ -25,7 +25,7 @@ void LoadStreamf(float *input, short *pss_audio_in, int channel_counter, postInf
     // ranges ever overlap (they do not at 256/128).
     memmove(input, input + (length - bias), sizeof(float) * bias);
     for (int n = length - bias, k = 0; n < length; ++n, ++k) {
-        input[n] = channels == 1 ? (float)pss_audio_in[k] : (float)pss_audio_in[2 * k + ch];
+        input[n] = static_cast<float>(channels == 1 ? pss_audio_in[k] : pss_audio_in[2 * k + ch]);
     }
 }
 
@@ -46,7 +46,7 @@ void Post_Clipping_Check(float *input, postInfo_t *postInfo, int dbg_level) {
 
 void Post_OLA_Process(float *input, float *input2, short *output, postInfo_t *postInfo) {
     const int length = postInfo->length;
-    const int channels = (int)postInfo->channel_number;
+    const int channels = static_cast<int>(postInfo->channel_number);
     const int bias = postInfo->bias;
     const bool duplicate = postInfo->flag != 0 && channels == 2;
     for (int k = 0; k < length; ++k) {

@@ -1,25 +1,11 @@
 // Inner product, the tuned block copy and the small ascending sort shared by the core and
-// the adaptive filter.
+// the adaptive filter. Their 4-lane loops (the inner product, the 64-byte blocks of the copy)
+// are in kernels/vector.cpp.
 #include "dsp/vector_math.h"
 
 #include <cstring>
 
-#include "kernels/simd.h"
-
-void InnerProduct_neon(float *input1, float *input2, float *output, int length) {
-    *output = 0.0f;
-    float32x4_t lanes = vdupq_n_f32(0.0f);
-    int i = 0;
-    for (; i + 3 < length; i += 4) {
-        lanes = vmlaq_f32(lanes, vld1q_f32(input1 + i), vld1q_f32(input2 + i));
-    }
-    *output = *output +
-              (((vgetq_lane_f32(lanes, 0) + vgetq_lane_f32(lanes, 1)) + vgetq_lane_f32(lanes, 2)) +
-               vgetq_lane_f32(lanes, 3));
-    for (; i < length; ++i) {
-        *output += input1[i] * input2[i];
-    }
-}
+#include "kernels/vector.h"
 
 AUDIO_MATH_RET ne10_InnerProduct(float *input1, float *input2, float *output, int length) {
     InnerProduct_neon(input1, input2, output, length);
@@ -44,16 +30,6 @@ void copy_bytes(unsigned char *dst, const unsigned char *src, size_t n) {
     }
 }
 
-void copy_blocks(unsigned char *dst, const unsigned char *src, size_t blocks, size_t prefetch) {
-    for (size_t b = 0; b < blocks; ++b, dst += 64, src += 64) {
-        __builtin_prefetch(src + prefetch);
-        vst1q_u8(dst, vld1q_u8(src));
-        vst1q_u8(dst + 16, vld1q_u8(src + 16));
-        vst1q_u8(dst + 32, vld1q_u8(src + 32));
-        vst1q_u8(dst + 48, vld1q_u8(src + 48));
-    }
-}
-
 }  // namespace
 
 void *memcpy_fast(void *destination, const void *source, size_t num) {
@@ -71,7 +47,7 @@ void *memcpy_fast(void *destination, const void *source, size_t num) {
     const size_t rest = num - head;
     // The prefetch distance depends only on where the source sits in its cache line.
     const size_t prefetch = (reinterpret_cast<uintptr_t>(src) & 63) < 32 ? 192 : 204;
-    copy_blocks(dst, src, rest / 64, prefetch);
+    copy_64byte_blocks(dst, src, rest / 64, prefetch);
     copy_bytes(dst + rest / 64 * 64, src + rest / 64 * 64, rest % 64);
     return destination;
 }

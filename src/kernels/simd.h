@@ -1,5 +1,5 @@
-// The 4-lane vocabulary every kernel is written in: NEON intrinsics, native on ARM and
-// emulated through SIMDe elsewhere.
+// The 4-lane instruction set of the kernels: NEON intrinsics, native on ARM and emulated through
+// SIMDe elsewhere. Included by src/kernels/ only; the per-bin kernels use it through lanes.h.
 #pragma once
 
 #if defined(__ARM_NEON) || defined(__ARM_NEON__)

@@ -1,19 +1,18 @@
 // Power spectrum, partitioned multiply-accumulate and weighted conjugate product on packed
-// spectra. Bins 0..127 go 4 at a time (real and imaginary parts de-interleaved); the
-// remaining bin (the Nyquist bin for 258 floats) goes alone.
+// spectra of any even length. Bins go four at a time (real and imaginary parts de-interleaved)
+// while four remain, the rest alone: for 258 floats, bins 0..127 and then the Nyquist bin.
 #include "kernels/spectral.h"
 
-#include "kernels/simd.h"
+#include "kernels/lanes.h"
+
+using namespace lanes;
 
 void PowerSpectrum_Neon(const float *X, float *ps, int length) {
-    int j = 0;
-    for (; j + 7 < length; j += 8) {
-        const float32x4x2_t x = vld2q_f32(X + j);
-        vst1q_f32(ps + j / 2, vmlaq_f32(vmulq_f32(x.val[0], x.val[0]), x.val[1], x.val[1]));
-    }
-    for (; j < length; j += 2) {
-        ps[j / 2] = X[j] * X[j] + X[j + 1] * X[j + 1];
-    }
+    for_each_bin(length / 2, [&](int k, auto lane) {
+        using V = decltype(lane);
+        const complex_t<V> x = load_complex<V>(X + 2 * k);
+        store(ps + k, mla(mul(x.re, x.re), x.im, x.im));
+    });
 }
 
 namespace {
@@ -33,7 +32,7 @@ void SpectralMulAccum_Neon(const float *X, const float *Y, float *acc, int N, in
     for (int j = 0; j < N; ++j) {
         acc[j] = 0.0f;
     }
-    const int groups_end = N >= 8 ? N / 8 * 8 : 0;
+    const int groups_end = 2 * grouped_bins(N / 2);
     // The tail's imaginary terms land on floats 1..M. The groups holding those floats, and the
     // tail itself, go partition by partition so that every float sees its additions in the
     // same order as ever; the other groups keep their sums in registers across partitions.
@@ -62,23 +61,15 @@ void SpectralMulAccum_Neon(const float *X, const float *Y, float *acc, int N, in
 
 void WeightedSpectralMulConj_Neon(const float *w, const float p, const float *X, const float *Y,
                                   float *prod, int N) {
-    int j = 0;
-    for (; j + 7 < N; j += 8) {
-        const float32x4_t pw = vmulq_n_f32(vld1q_f32(w + j / 2), p);
-        const float32x4x2_t a = vld2q_f32(X + j);
-        const float32x4x2_t b = vld2q_f32(Y + j);
-        const float32x4_t re = vmlaq_f32(vmulq_f32(a.val[0], b.val[0]), a.val[1], b.val[1]);
-        const float32x4_t im = vmlsq_f32(vmulq_f32(a.val[0], b.val[1]), a.val[1], b.val[0]);
-        float32x4x2_t out;
-        out.val[0] = vmulq_f32(pw, re);
-        out.val[1] = vmulq_f32(pw, im);
-        vst2q_f32(prod + j, out);
-    }
-    for (; j < N; j += 2) {
-        const float k = w[j / 2] * p;
-        prod[j] = k * (X[j] * Y[j] + X[j + 1] * Y[j + 1]);
-        prod[j + 1] = k * (X[j] * Y[j + 1] - X[j + 1] * Y[j]);
-    }
+    for_each_bin(N / 2, [&](int k, auto lane) {
+        using V = decltype(lane);
+        const V pw = mul(load<V>(w + k), splat<V>(p));
+        const complex_t<V> a = load_complex<V>(X + 2 * k);
+        const complex_t<V> b = load_complex<V>(Y + 2 * k);
+        const V re = mla(mul(a.re, b.re), a.im, b.im);
+        const V im = mls(mul(a.re, b.im), a.im, b.re);
+        store_complex(prod + 2 * k, complex_t<V>{mul(pw, re), mul(pw, im)});
+    });
 }
 
 AUDIO_MATH_RET VelFunAec_PowerSpectrum(const float *X, float *ps, int length) {

@@ -1,126 +1,85 @@
-// Per-bin kernels of the nonlinear stage. SmoothPSD recursively smooths the auto spectra of
-// near end, error and reference and the two cross spectra near end x error and near end x
-// reference. OverdriveAndSuppress blends each gain towards the feedback gain, raises it to the
-// overdrive of its band and applies it to the error spectrum, which leaves conjugated.
+// Per-bin kernels of the nonlinear stage, on arrays. smooth_psd recursively smooths the auto
+// spectra of near end, error and reference and the two cross spectra near end x error and near
+// end x reference. overdrive_gains blends each gain towards the feedback gain and raises it to
+// the overdrive of its band; suppress_spectrum applies the gains to the error spectrum, which
+// leaves conjugated.
 //
-// Bins 0..127 go 4 at a time with the approximate vector division and power; bin 128 goes
-// alone with exact scalar arithmetic. Both paths compute the same formulas.
+// Each formula is written once over the lane type: bins 0..127 four at a time with the
+// approximate vector division and power, bin 128 alone with exact scalar arithmetic.
 #include "kernels/suppress.h"
 
-#include <cmath>
+#include "dims.h"
+#include "dsp/vector_math.h"
+#include "kernels/lanes.h"
 
-#include "instance.h"
-#include "kernels/neon_approx.h"
-#include "kernels/simd.h"
+using namespace lanes;
 
 namespace {
 
-// Packed-spectrum float index bound of the grouped loop and the index of the lone last bin.
-constexpr int kGroupedEnd = 251;
-constexpr int kLastBinFloat = 256;
-constexpr int kLastBin = 128;
+// The smoothing weight is kept out of 256, as the coefficient table it comes from.
+constexpr double kWeightScale = 256.0;
 
-// Smoothing weight out of 256, computed in double. The live coefficient row is
+// Weight of the new frame out of 256, computed in double. The live coefficient row is
 // {256 - alpha, alpha}; the fixed row {230.4, 25.6} is never selected, so alpha is all it takes.
-float smoothing_alpha(const aec_workingbuf_t *buf) {
-    return (float)(((double)buf->Recursive_Ratio - 0.03) * 256.0);
+float smoothing_alpha(float ratio) {
+    return static_cast<float>((static_cast<double>(ratio) - 0.03) * kWeightScale);
 }
 
-// S <- S + alpha * (v - S) / 256, the division through the vector approximation. Its
-// refined reciprocal of 256 is the same for every bin, so it is formed once per call
-// (reciprocal_256) and each division is the multiplication the approximation ends in.
-inline float32x4_t reciprocal_256() {
-    return vdivq_f32(vdupq_n_f32(1.0f), vdupq_n_f32(256.0f));
+// x / 256: exact for one bin; for four lanes through the approximate division, whose refined
+// reciprocal of 256 is the same for every group, so it is formed once (`inv256`) and each
+// division is the multiplication the approximation ends in.
+inline float per_256(float x, float32x4_t /*inv256*/) {
+    return x / static_cast<float>(kWeightScale);
+}
+inline float32x4_t per_256(float32x4_t x, float32x4_t inv256) {
+    return vmulq_f32(x, inv256);
 }
 
-inline float32x4_t smooth4(float32x4_t s, float32x4_t v, float32x4_t alpha, float32x4_t inv256) {
-    const float32x4_t step = vmulq_f32(vmulq_f32(alpha, vsubq_f32(v, s)), inv256);
-    return vaddq_f32(s, step);
+// S <- S + alpha * (v - S) / 256.
+template <typename V>
+inline V smooth(V s, V v, V alpha, float32x4_t inv256) {
+    return add(s, per_256(mul(alpha, sub(v, s)), inv256));
 }
 
-inline float smooth1(float s, float v, float alpha) {
-    return s + alpha * (v - s) / 256.0f;
+template <typename V>
+inline void smooth_cross(float (*s)[2], complex_t<V> v, V alpha, float32x4_t inv256) {
+    complex_t<V> old = load_complex<V>(&s[0][0]);
+    old.re = smooth(old.re, v.re, alpha, inv256);
+    old.im = smooth(old.im, v.im, alpha, inv256);
+    store_complex(&s[0][0], old);
 }
 
-// Real and imaginary parts of conj(a) * b for 4 bins: a_r*b_r + a_i*b_i, a_r*b_i - a_i*b_r.
-inline float32x4x2_t cross4(float32x4x2_t a, float32x4x2_t b) {
-    float32x4x2_t c;
-    c.val[0] = vmlaq_f32(vmulq_f32(a.val[0], b.val[0]), a.val[1], b.val[1]);
-    c.val[1] = vmlsq_f32(vmulq_f32(a.val[0], b.val[1]), a.val[1], b.val[0]);
+// |a|^2 and conj(a) * b. The single bin accumulates product by product into a zeroed float
+// (VelFuncAec_32X32To64_Accu), four lanes multiply and then multiply-accumulate.
+inline float norm(complex_t<float> a) {
+    float v = 0.0f;
+    VelFuncAec_32X32To64_Accu(&v, a.re, a.re);
+    VelFuncAec_32X32To64_Accu(&v, a.im, a.im);
+    return v;
+}
+inline float32x4_t norm(complex_t<float32x4_t> a) {
+    return mla(mul(a.re, a.re), a.im, a.im);
+}
+inline complex_t<float> conj_mul(complex_t<float> a, complex_t<float> b) {
+    complex_t<float> c = {0.0f, 0.0f};
+    VelFuncAec_32X32To64_Accu(&c.re, a.re, b.re);
+    VelFuncAec_32X32To64_Accu(&c.re, a.im, b.im);
+    VelFuncAec_32X32To64_Accu(&c.im, a.re, b.im);
+    VelFuncAec_32X32To64_Accu(&c.im, -a.im, b.re);
     return c;
 }
-
-void smooth_cross4(float (*s)[2], float32x4x2_t v, float32x4_t alpha, float32x4_t inv256) {
-    float32x4x2_t old = vld2q_f32(&s[0][0]);
-    old.val[0] = smooth4(old.val[0], v.val[0], alpha, inv256);
-    old.val[1] = smooth4(old.val[1], v.val[1], alpha, inv256);
-    vst2q_f32(&s[0][0], old);
-}
-
-void smooth_group(aec_workingbuf_t *buf, int j, float32x4_t alpha, float32x4_t inv256) {
-    aec_t *aec = &buf->aec_inst;
-    const int k = j / 2;
-    const float32x4x2_t d = vld2q_f32(&buf->dfw[j]);
-    const float32x4x2_t e = vld2q_f32(&buf->efw[j]);
-    const float32x4x2_t y = vld2q_f32(&buf->yfw[j]);
-
-    const float32x4_t dd = vmlaq_f32(vmulq_f32(d.val[0], d.val[0]), d.val[1], d.val[1]);
-    const float32x4_t ee = vmlaq_f32(vmulq_f32(e.val[0], e.val[0]), e.val[1], e.val[1]);
-    float32x4_t yy = vmlaq_f32(vmulq_f32(y.val[0], y.val[0]), y.val[1], y.val[1]);
-    yy = vmaxq_f32(yy, vdupq_n_f32(15.0f));  // the reference power never smooths below 15
-
-    vst1q_f32(&aec->sd[k], smooth4(vld1q_f32(&aec->sd[k]), dd, alpha, inv256));
-    vst1q_f32(&aec->se[k], smooth4(vld1q_f32(&aec->se[k]), ee, alpha, inv256));
-    vst1q_f32(&aec->sy[k], smooth4(vld1q_f32(&aec->sy[k]), yy, alpha, inv256));
-    smooth_cross4(&aec->sde[k], cross4(d, e), alpha, inv256);
-    smooth_cross4(&aec->syd[k], cross4(d, y), alpha, inv256);
-}
-
-// a_r*b_r + a_i*b_i and a_r*b_i - a_i*b_r, accumulated product by product.
-float accu_dot(const float *a, const float *b) {
-    float v = 0.0f;
-    VelFuncAec_32X32To64_Accu(&v, a[0], b[0]);
-    VelFuncAec_32X32To64_Accu(&v, a[1], b[1]);
-    return v;
-}
-
-float accu_cross(const float *a, const float *b) {
-    float v = 0.0f;
-    VelFuncAec_32X32To64_Accu(&v, a[0], b[1]);
-    VelFuncAec_32X32To64_Accu(&v, -a[1], b[0]);
-    return v;
-}
-
-void smooth_last_bin(aec_workingbuf_t *buf, float alpha) {
-    aec_t *aec = &buf->aec_inst;
-    const float *d = &buf->dfw[kLastBinFloat];
-    const float *e = &buf->efw[kLastBinFloat];
-    const float *y = &buf->yfw[kLastBinFloat];
-    const int k = kLastBin;
-
-    float yy = accu_dot(y, y);
-    if (yy <= 15.0f) {
-        yy = 15.0f;
-    }
-    aec->sd[k] = smooth1(aec->sd[k], accu_dot(d, d), alpha);
-    aec->se[k] = smooth1(aec->se[k], accu_dot(e, e), alpha);
-    aec->sy[k] = smooth1(aec->sy[k], yy, alpha);
-    aec->sde[k][0] = smooth1(aec->sde[k][0], accu_dot(d, e), alpha);
-    aec->sde[k][1] = smooth1(aec->sde[k][1], accu_cross(d, e), alpha);
-    aec->syd[k][0] = smooth1(aec->syd[k][0], accu_dot(d, y), alpha);
-    aec->syd[k][1] = smooth1(aec->syd[k][1], accu_cross(d, y), alpha);
+inline complex_t<float32x4_t> conj_mul(complex_t<float32x4_t> a, complex_t<float32x4_t> b) {
+    return {mla(mul(a.re, b.re), a.im, b.im), mls(mul(a.re, b.im), a.im, b.re)};
 }
 
 // Bin i takes the current band; the edge test is made once per bin, so an edge equal to the
 // previous one never matches and every higher bin stays in that band. The band counter
 // stops at 6, the last band, which runs to bin 128.
-void band_scale(const aec_workingbuf_t *buf, float *scale) {
-    const uint32_t *edges = buf->aec_data_property.Supp_Mode_Frq;
-    const float *overDriveSm = buf->aec_inst.overDriveSm;
+void band_scale(const uint32_t *edges, const float *overDriveSm, float *scale) {
     int b = 0;
     for (int i = 0; i < kAecBins; ++i) {
         scale[i] = overDriveSm[b];
-        if (b < kAecBands - 1 && edges[b] == (uint32_t)i) {
+        if (b < kAecBandEdges && edges[b] == static_cast<uint32_t>(i)) {
             ++b;
         }
     }
@@ -128,74 +87,51 @@ void band_scale(const aec_workingbuf_t *buf, float *scale) {
 
 }  // namespace
 
-void SmoothPSD_Neon(aec_workingbuf_t *aec_internal_buf_in, unsigned short channel) {
-    (void)channel;
-    const float alpha = smoothing_alpha(aec_internal_buf_in);
-    const float32x4_t alpha4 = vdupq_n_f32(alpha);
-    const float32x4_t inv256 = reciprocal_256();
-    for (int j = 0; j < kGroupedEnd; j += 8) {
-        smooth_group(aec_internal_buf_in, j, alpha4, inv256);
-    }
-    smooth_last_bin(aec_internal_buf_in, alpha);
+void smooth_psd(const float *dfw, const float *efw, const float *yfw, float ratio, psd_t psd) {
+    const float alpha = smoothing_alpha(ratio);
+    const float32x4_t inv256 =
+        vdivq_f32(vdupq_n_f32(1.0f), vdupq_n_f32(static_cast<float>(kWeightScale)));
+    for_each_bin(kAecBins, [&](int k, auto lane) {
+        using V = decltype(lane);
+        const V a = splat<V>(alpha);
+        const complex_t<V> d = load_complex<V>(&dfw[2 * k]);
+        const complex_t<V> e = load_complex<V>(&efw[2 * k]);
+        const complex_t<V> y = load_complex<V>(&yfw[2 * k]);
+        // The reference power never smooths below 15.
+        const V yy = at_least(norm(y), 15.0f);
+        store(&psd.sd[k], smooth(load<V>(&psd.sd[k]), norm(d), a, inv256));
+        store(&psd.se[k], smooth(load<V>(&psd.se[k]), norm(e), a, inv256));
+        store(&psd.sy[k], smooth(load<V>(&psd.sy[k]), yy, a, inv256));
+        smooth_cross(&psd.sde[k], conj_mul(d, e), a, inv256);
+        smooth_cross(&psd.syd[k], conj_mul(d, y), a, inv256);
+    });
 }
 
-AUDIO_MATH_RET VelFuncAec_SmoothPSD(aec_workingbuf_t *aec_internal_buf_in, unsigned short channel) {
-    SmoothPSD_Neon(aec_internal_buf_in, channel);
-    return AUDIO_MATH_RET_SUCCESS;
-}
-
-void Overdrive(aec_workingbuf_t *aec_internal_buf_in, float *hNl, const float hNlFb) {
+void overdrive_gains(float *hNl, float hNlFb, const uint32_t *edges, const float *overDriveSm,
+                     const float *weight, const float *curve) {
     float scale[kAecBins];
-    band_scale(aec_internal_buf_in, scale);
-
-    const float32x4_t fb = vdupq_n_f32(hNlFb);
-    const float32x4_t one = vdupq_n_f32(1.0f);
-    for (int j = 0; j < kGroupedEnd; j += 8) {
-        const int i = j / 2;
-        const float32x4_t w = vld1q_f32(&VelFuncAec_weightCurve[i]);
-        float32x4_t h = vld1q_f32(&hNl[i]);
+    band_scale(edges, overDriveSm, scale);
+    for_each_bin(kAecBins, [&](int i, auto lane) {
+        using V = decltype(lane);
+        const V fb = splat<V>(hNlFb);
+        const V w = load<V>(&weight[i]);
+        V h = load<V>(&hNl[i]);
         // Only gains strictly above the feedback gain are pulled towards it.
-        const float32x4_t blended = vmlaq_f32(vmulq_f32(w, fb), vsubq_f32(one, w), h);
-        h = vbslq_f32(vcgtq_f32(h, fb), blended, h);
-        const float32x4_t power =
-            vmulq_f32(vld1q_f32(&scale[i]), vld1q_f32(&VelFuncAec_overDriveCurve[i]));
-        vst1q_f32(&hNl[i], vpowq_f32(h, power));
-    }
-
-    const int i = kLastBin;
-    const float w = VelFuncAec_weightCurve[i];
-    if (hNl[i] > hNlFb) {
-        hNl[i] = w * hNlFb + (1.0f - w) * hNl[i];
-    }
-    hNl[i] = (float)pow((double)hNl[i], (double)(scale[i] * VelFuncAec_overDriveCurve[i]));
+        const V blended = mla(mul(w, fb), sub(splat<V>(1.0f), w), h);
+        h = select(gt(h, fb), blended, h);
+        store(&hNl[i], power(h, mul(load<V>(&scale[i]), load<V>(&curve[i]))));
+    });
 }
 
 // The imaginary part is negated in every bin: the spectrum leaves conjugated, as the inverse
 // transform of the nonlinear stage expects.
-void Suppress(aec_workingbuf_t *aec_internal_buf_in, const float *hNl, const float hNlFb,
-              float *efw) {
-    (void)aec_internal_buf_in;
-    (void)hNlFb;
-    for (int j = 0; j < kGroupedEnd; j += 8) {
-        const float32x4_t h = vld1q_f32(&hNl[j / 2]);
-        float32x4x2_t e = vld2q_f32(&efw[j]);
-        e.val[0] = vmulq_f32(e.val[0], h);
-        e.val[1] = vnegq_f32(vmulq_f32(e.val[1], h));
-        vst2q_f32(&efw[j], e);
-    }
-    efw[kLastBinFloat] = efw[kLastBinFloat] * hNl[kLastBin];
-    efw[kLastBinFloat + 1] = -(efw[kLastBinFloat + 1] * hNl[kLastBin]);
-}
-
-void OverdriveAndSuppress_Neon(aec_workingbuf_t *aec_internal_buf_in, const float hNlFb,
-                               unsigned short channel) {
-    (void)channel;
-    Overdrive(aec_internal_buf_in, aec_internal_buf_in->hNl, hNlFb);
-    Suppress(aec_internal_buf_in, aec_internal_buf_in->hNl, hNlFb, aec_internal_buf_in->efw);
-}
-
-AUDIO_MATH_RET VelFuncAec_OverdriveAndSuppress(aec_workingbuf_t *aec_internal_buf_in,
-                                               const float hNlFb, unsigned short channel) {
-    OverdriveAndSuppress_Neon(aec_internal_buf_in, hNlFb, channel);
-    return AUDIO_MATH_RET_SUCCESS;
+void suppress_spectrum(const float *hNl, float *efw) {
+    for_each_bin(kAecBins, [&](int k, auto lane) {
+        using V = decltype(lane);
+        const V h = load<V>(&hNl[k]);
+        complex_t<V> e = load_complex<V>(&efw[2 * k]);
+        e.re = mul(e.re, h);
+        e.im = neg(mul(e.im, h));
+        store_complex(&efw[2 * k], e);
+    });
 }

@@ -1,25 +1,18 @@
-// The per-frame step of the adaptive filter: pre-processing of both ends, the far-end
-// spectrum ring, foreground and background outputs, the background update with its
-// gradient constraint, the foreground/background decision, the divergence watch, and the
-// leak estimate that sets the next frame's step sizes. It owns nothing beyond the state
-// record; W, Xf, e and y are borrowed from the core state, E and Y from the instance.
+// The per-frame step of the adaptive filter, on the state record and the arrays it borrows:
+// pre-processing of both ends, the far-end spectrum ring, foreground and background outputs,
+// the background update with its gradient constraint, the foreground/background decision, the
+// divergence watch, and the leak estimate that sets the next frame's step sizes. Every helper
+// takes the borrowed arrays it touches (W, E, Xf, e, y, Y of mdf_borrowed_t) one by one, and
+// the transform where it runs one; mdf_echo_cancellation (mdf_adapters.cpp) hands them over.
 #include <cmath>
 #include <cstring>
 
 #include "diag/log.h"
 #include "dsp/vector_math.h"
-#include "instance.h"
 #include "kernels/spectral.h"
 #include "mdf/mdf.h"
 
 namespace {
-
-constexpr int kFrame = 128;
-constexpr int kN = 256;
-constexpr int kM = 8;
-constexpr int kSpectrum = 258;
-constexpr int kFilter = kM * kSpectrum;
-constexpr int kBins = 129;
 
 // Energies of one frame (the state's Pey/Pyy are separate).
 struct frame_sums_t {
@@ -28,22 +21,23 @@ struct frame_sums_t {
 
 float dot(float *a, float *b) {
     float r = 0;
-    ne10_InnerProduct(a, b, &r, kFrame);
+    ne10_InnerProduct(a, b, &r, kAecBlock);
     return r;
 }
 
 // Adds to a 16-bit counter; a carry past 65535 is reported (when errors are enabled) and wraps.
-void add_to_counter(aec_workingbuf_t *buf, uint16_t *counter, unsigned add, const char *text) {
+void add_to_counter(int dbg_level, uint16_t *counter, unsigned add, const char *text) {
     const unsigned sum = *counter + add;
     *counter = static_cast<uint16_t>(sum);
     if (sum > 0xFFFFu) {
-        algo_log(buf->dbg_level, ALGO_MSG_ERR, "%s", text);
+        algo_log(dbg_level, ALGO_MSG_ERR, "%s", text);
     }
 }
 
-void advance_cancel_count(aec_workingbuf_t *buf, MdfEchoState *st) {
+void advance_cancel_count(int dbg_level, MdfEchoState *st) {
     if (st->cancel_count < 7) {
-        add_to_counter(buf, &st->cancel_count, 1, "[AEC] Fail! cancel_count counter overflow.\t\n");
+        add_to_counter(dbg_level, &st->cancel_count, 1,
+                       "[AEC] Fail! cancel_count counter overflow.\t\n");
     } else {
         st->cancel_count = 0;
     }
@@ -52,15 +46,15 @@ void advance_cancel_count(aec_workingbuf_t *buf, MdfEchoState *st) {
 // DC notch and pre-emphasis of the near end into st->input, pre-emphasis of the far end into
 // the upper half of st->x.
 void preprocess(MdfEchoState *st, const float *in, const float *far_end) {
-    filter_dc_notch16(in, st->notch_radius, st->input, kFrame, st->notch_mem, 1);
+    filter_dc_notch16(in, st->notch_radius, st->input, kAecBlock, st->notch_mem, 1);
     const float preemph = st->preemph;
-    st->x[kFrame] = far_end[0] - preemph * st->memX;
-    for (int i = 1; i < kFrame; ++i) {
-        st->x[kFrame + i] = far_end[i] - preemph * far_end[i - 1];
+    st->x[kAecBlock] = far_end[0] - preemph * st->memX;
+    for (int i = 1; i < kAecBlock; ++i) {
+        st->x[kAecBlock + i] = far_end[i] - preemph * far_end[i - 1];
     }
-    st->memX = far_end[kFrame - 1];
+    st->memX = far_end[kAecBlock - 1];
     float memD = st->memD;
-    for (int i = 0; i < kFrame; ++i) {
+    for (int i = 0; i < kAecBlock; ++i) {
         const float d = st->input[i];
         st->input[i] = d - preemph * memD;
         memD = d;
@@ -69,73 +63,71 @@ void preprocess(MdfEchoState *st, const float *in, const float *far_end) {
 }
 
 // Shifts the far-end spectrum ring and transforms the new pair into spectrum 0; returns Sxx.
-float advance_far_end(aec_workingbuf_t *buf, MdfEchoState *st) {
+float advance_far_end(const fft_ctx_t &fft, MdfEchoState *st) {
     // Only N floats of each spectrum move: the Nyquist pairs of spectra 1..8 keep their old
     // values. Intended; the ring has always been shifted this way.
-    for (int j = kM - 1; j >= 0; --j) {
-        memmove(st->X + (j + 1) * kSpectrum, st->X + j * kSpectrum, sizeof(float) * kN);
+    for (int j = kAecPartitions - 1; j >= 0; --j) {
+        memmove(st->X + (j + 1) * kAecSpectrum, st->X + j * kAecSpectrum, sizeof(float) * kAecFft);
     }
-    fft_wrap(buf, st->x, st->X);
+    mdf_forward(fft, st->x, st->X);
     // last_y holds the far-end pair until adaptation has been reached and it is shifted.
-    memcpy(st->last_y, st->x, sizeof(float) * kN);
-    const float Sxx = dot(st->x + kFrame, st->x + kFrame);
-    memcpy(st->x, st->x + kFrame, sizeof(float) * kFrame);
+    memcpy(st->last_y, st->x, sizeof(float) * kAecFft);
+    const float Sxx = dot(st->x + kAecBlock, st->x + kAecBlock);
+    memcpy(st->x, st->x + kAecBlock, sizeof(float) * kAecBlock);
     return Sxx;
 }
 
-// Foreground error into e[0..127] (its echo estimate in e[128..255]); returns Sff.
-float foreground_error(aec_workingbuf_t *buf, MdfEchoState *st) {
-    float *e = buf->aec_inst.eBuf;
-    VelFunc_SpectralMulAccum(st->X, st->foreground, buf->yf, kSpectrum, kM);
-    ifft_wrap(buf, buf->yf, e);
-    for (int i = 0; i < kFrame; ++i) {
-        e[i] = st->input[i] - e[kFrame + i];
+// Foreground echo spectrum into Y, its error into e[0..127] (the echo estimate itself in
+// e[128..255]); returns Sff.
+float foreground_error(MdfEchoState *st, float *Y, float *e, const mdf_transform_t &t) {
+    VelFunc_SpectralMulAccum(st->X, st->foreground, Y, kAecSpectrum, kAecPartitions);
+    mdf_inverse(t, Y, e);
+    for (int i = 0; i < kAecBlock; ++i) {
+        e[i] = st->input[i] - e[kAecBlock + i];
     }
     return dot(e, e);
 }
 
-// One gradient step of the background filter with the previous frame's error spectrum,
+// One gradient step of the background filter W with the previous frame's error spectrum E,
 // then the constraint of partition 0 and of the partition whose turn it is.
-void adapt_background(aec_workingbuf_t *buf, MdfEchoState *st) {
-    float *W = buf->aec_inst.wfBuf;
-    mdf_adjust_prop(W, kSpectrum, kM, st->prop);
+void adapt_background(MdfEchoState *st, float *W, const float *E, const mdf_transform_t &t) {
+    mdf_adjust_prop(W, kAecSpectrum, kAecPartitions, st->prop);
     if (st->saturated == 0) {
-        for (int j = kM - 1; j >= 0; --j) {
-            VelFunc_WeightedSpectralMulConj(st->power_1, st->prop[j], st->X + (j + 1) * kSpectrum,
-                                            buf->ef, st->PHI, kSpectrum);
-            for (int i = 0; i < kSpectrum; ++i) {
-                W[j * kSpectrum + i] += st->PHI[i];
+        for (int j = kAecPartitions - 1; j >= 0; --j) {
+            VelFunc_WeightedSpectralMulConj(
+                st->power_1, st->prop[j], st->X + (j + 1) * kAecSpectrum, E, st->PHI, kAecSpectrum);
+            for (int i = 0; i < kAecSpectrum; ++i) {
+                W[j * kAecSpectrum + i] += st->PHI[i];
             }
         }
     } else {
         st->saturated--;
     }
-    for (int j = 0; j < kM; ++j) {
+    for (int j = 0; j < kAecPartitions; ++j) {
         if (!mdf_constrains_partition(st->cancel_count, j)) {
             continue;
         }
-        ifft_wrap(buf, W + j * kSpectrum, st->wtmp);
-        memset(st->wtmp + kFrame, 0, sizeof(float) * kFrame);
-        fft_wrap(buf, st->wtmp, W + j * kSpectrum);
+        mdf_inverse(t, W + j * kAecSpectrum, st->wtmp);
+        memset(st->wtmp + kAecBlock, 0, sizeof(float) * kAecBlock);
+        mdf_forward(t.fft, st->wtmp, W + j * kAecSpectrum);
     }
 }
 
-// Background echo estimate into y, filter difference energy Dbf, background error into
-// e[0..127] and its energy See. The echo estimate that leaves the step is taken here.
-void background_error(aec_workingbuf_t *buf, MdfEchoState *st, float *estimated_echo,
-                      frame_sums_t *s) {
-    float *e = buf->aec_inst.eBuf;
-    float *y = buf->aec_inst.yBuf;
-    VelFunc_SpectralMulAccum(st->X, buf->aec_inst.wfBuf, buf->yf, kSpectrum, kM);
-    ifft_wrap(buf, buf->yf, y);
-    for (int i = 0; i < kFrame; ++i) {
-        e[i] = e[kFrame + i] - y[kFrame + i];
+// Background echo spectrum of W into Y and its echo estimate into y, filter difference energy
+// Dbf, background error into e[0..127] and its energy See. The echo estimate that leaves the
+// step is taken here.
+void background_error(const MdfEchoState *st, const float *W, float *Y, float *e, float *y,
+                      const mdf_transform_t &t, float *estimated_echo, frame_sums_t *s) {
+    VelFunc_SpectralMulAccum(st->X, W, Y, kAecSpectrum, kAecPartitions);
+    mdf_inverse(t, Y, y);
+    for (int i = 0; i < kAecBlock; ++i) {
+        e[i] = e[kAecBlock + i] - y[kAecBlock + i];
     }
     s->Dbf = 10 + dot(e, e);
-    for (int i = 0; i < kFrame; ++i) {
-        e[i] = st->input[i] - y[kFrame + i];
+    for (int i = 0; i < kAecBlock; ++i) {
+        e[i] = st->input[i] - y[kAecBlock + i];
     }
-    memcpy(estimated_echo, y + kFrame, sizeof(float) * kFrame);
+    memcpy(estimated_echo, y + kAecBlock, sizeof(float) * kAecBlock);
     s->See = dot(e, e);
 }
 
@@ -146,10 +138,7 @@ void clear_difference_stats(MdfEchoState *st) {
 
 // Copies the background into the foreground when it has done better, or the foreground back
 // into the background when that has gone clearly worse.
-void choose_filter(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
-    float *e = buf->aec_inst.eBuf;
-    float *y = buf->aec_inst.yBuf;
-    float *W = buf->aec_inst.wfBuf;
+void choose_filter(MdfEchoState *st, float *W, float *e, float *y, frame_sums_t *s) {
     const float Sff = s->Sff;
     const float Dbf = s->Dbf;
     const float d = Sff - s->See;
@@ -163,10 +152,11 @@ void choose_filter(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
                         st->Davg2 * std::fabs(st->Davg2) > 0.25f * st->Dvar2;
     if (update) {
         clear_difference_stats(st);
-        memcpy(st->foreground, W, sizeof(float) * kFilter);
+        memcpy(st->foreground, W, sizeof(float) * kAecPartitioned);
         // Cross-fade from the old foreground's output into the new one's.
-        for (int i = 0; i < kFrame; ++i) {
-            e[kFrame + i] = st->window[kFrame + i] * e[kFrame + i] + st->window[i] * y[kFrame + i];
+        for (int i = 0; i < kAecBlock; ++i) {
+            e[kAecBlock + i] =
+                st->window[kAecBlock + i] * e[kAecBlock + i] + st->window[i] * y[kAecBlock + i];
         }
         return;
     }
@@ -174,10 +164,10 @@ void choose_filter(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
                        (-st->Davg1) * std::fabs(st->Davg1) > 4 * st->Dvar1 ||
                        (-st->Davg2) * std::fabs(st->Davg2) > 4 * st->Dvar2;
     if (reset) {
-        memcpy(W, st->foreground, sizeof(float) * kFilter);
-        memcpy(y + kFrame, e + kFrame, sizeof(float) * kFrame);
-        for (int i = 0; i < kFrame; ++i) {
-            e[i] = st->input[i] - y[kFrame + i];
+        memcpy(W, st->foreground, sizeof(float) * kAecPartitioned);
+        memcpy(y + kAecBlock, e + kAecBlock, sizeof(float) * kAecBlock);
+        for (int i = 0; i < kAecBlock; ++i) {
+            e[i] = st->input[i] - y[kAecBlock + i];
         }
         s->See = Sff;
         clear_difference_stats(st);
@@ -185,13 +175,12 @@ void choose_filter(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
 }
 
 // Residual with de-emphasis, clamped to 16 bits; the clamped value feeds the de-emphasis.
-void write_output(aec_workingbuf_t *buf, MdfEchoState *st, float *out) {
-    const float *e = buf->aec_inst.eBuf;
+void write_output(MdfEchoState *st, const float *e, float *out) {
     // A local memory: `out` could alias the state, so st->memE would be stored every sample.
     const float preemph = st->preemph;
     float memE = st->memE;
-    for (int i = 0; i < kFrame; ++i) {
-        float tmp_out = (st->input[i] - e[kFrame + i]) + preemph * memE;
+    for (int i = 0; i < kAecBlock; ++i) {
+        float tmp_out = (st->input[i] - e[kAecBlock + i]) + preemph * memE;
         if (tmp_out > 32767) {
             tmp_out = 32767;
         } else if (tmp_out < -32768) {
@@ -204,26 +193,26 @@ void write_output(aec_workingbuf_t *buf, MdfEchoState *st, float *out) {
 }
 
 // Moves the error into e[128..255] and measures Sey, Syy and Sdd.
-void frame_energies(aec_workingbuf_t *buf, MdfEchoState *st, frame_sums_t *s) {
-    float *e = buf->aec_inst.eBuf;
-    float *y = buf->aec_inst.yBuf;
-    memcpy(e + kFrame, e, sizeof(float) * kFrame);
-    memset(e, 0, sizeof(float) * kFrame);
-    s->Sey = dot(e + kFrame, y + kFrame);
-    s->Syy = dot(y + kFrame, y + kFrame);
+void frame_energies(MdfEchoState *st, float *e, float *y, frame_sums_t *s) {
+    memcpy(e + kAecBlock, e, sizeof(float) * kAecBlock);
+    memset(e, 0, sizeof(float) * kAecBlock);
+    s->Sey = dot(e + kAecBlock, y + kAecBlock);
+    s->Syy = dot(y + kAecBlock, y + kAecBlock);
     s->Sdd = dot(st->input, st->input);
 }
 
 // Counts divergence; true when the state has to be reset. Written so that NaN energies count
 // as divergent (the comparisons are false for NaN).
-bool diverged(aec_workingbuf_t *buf, MdfEchoState *st, const frame_sums_t &s, float *out) {
+bool diverged(int dbg_level, MdfEchoState *st, const frame_sums_t &s, float *out) {
     const float limit = 256e9f;
     if (!(s.Syy >= 0 && s.Sxx >= 0 && s.See >= 0) ||
         !(s.Sff < limit && s.Syy < limit && s.Sxx < limit)) {
-        add_to_counter(buf, &st->screwed_up, 50, "[AEC] Fail! screwed_up counter overflow.\t\n");
-        memset(out, 0, sizeof(float) * kFrame);
+        add_to_counter(dbg_level, &st->screwed_up, 50,
+                       "[AEC] Fail! screwed_up counter overflow.\t\n");
+        memset(out, 0, sizeof(float) * kAecBlock);
     } else if (s.Sff > s.Sdd + 2560000.0f) {
-        add_to_counter(buf, &st->screwed_up, 1, "[AEC] Fail! screwed_up counter overflow.\t\n");
+        add_to_counter(dbg_level, &st->screwed_up, 1,
+                       "[AEC] Fail! screwed_up counter overflow.\t\n");
     } else {
         st->screwed_up = 0;
     }
@@ -233,18 +222,18 @@ bool diverged(aec_workingbuf_t *buf, MdfEchoState *st, const frame_sums_t &s, fl
     return st->screwed_up >= 50;
 }
 
-// Spectra of this frame's error and background echo, and the smoothed far-end power.
-void frame_spectra(aec_workingbuf_t *buf, MdfEchoState *st) {
-    float *y = buf->aec_inst.yBuf;
-    fft_wrap(buf, buf->aec_inst.eBuf, buf->ef);
-    memset(y, 0, sizeof(float) * kFrame);
-    fft_wrap(buf, y, buf->yf);
-    VelFunAec_PowerSpectrum(buf->ef, st->Rf, kSpectrum);
-    VelFunAec_PowerSpectrum(buf->yf, st->Yf, kSpectrum);
-    float *Xf = buf->aec_inst.xPow;
-    VelFunAec_PowerSpectrum(st->X, Xf, kSpectrum);
-    const float ss = static_cast<float>(0.35 / kM);
-    for (int i = 0; i < kBins; ++i) {
+// Spectra E and Y of this frame's error e and background echo y (its older half cleared), the
+// far-end power Xf and its smoothed value.
+void frame_spectra(MdfEchoState *st, const float *e, float *y, float *E, float *Y, float *Xf,
+                   const fft_ctx_t &fft) {
+    mdf_forward(fft, e, E);
+    memset(y, 0, sizeof(float) * kAecBlock);
+    mdf_forward(fft, y, Y);
+    VelFunAec_PowerSpectrum(E, st->Rf, kAecSpectrum);
+    VelFunAec_PowerSpectrum(Y, st->Yf, kAecSpectrum);
+    VelFunAec_PowerSpectrum(st->X, Xf, kAecSpectrum);
+    const float ss = static_cast<float>(0.35 / kAecPartitions);
+    for (int i = 0; i < kAecBins; ++i) {
         st->power[i] = (1 - ss) * st->power[i] + 1 + ss * Xf[i];
     }
 }
@@ -255,7 +244,7 @@ void update_leak(MdfEchoState *st, const frame_sums_t &s) {
     float Pey = 1.0f;
     float Pyy = 1.0f;
     const float a = st->spec_average;
-    for (int j = kBins - 1; j >= 0; --j) {
+    for (int j = kAecBins - 1; j >= 0; --j) {
         const float Eh = st->Rf[j] - st->Eh[j];
         const float Yh = st->Yf[j] - st->Yh[j];
         Pey += Eh * Yh;
@@ -308,7 +297,7 @@ void update_step_sizes(MdfEchoState *st, const frame_sums_t &s, float RER) {
         st->adapted = 1;
     }
     if (st->adapted) {
-        for (int i = 0; i < kBins; ++i) {
+        for (int i = 0; i < kAecBins; ++i) {
             float r = st->leak_estimate * st->Yf[i];
             const float e = st->Rf[i] + 1;
             if (r > 0.5f * e) {
@@ -327,7 +316,7 @@ void update_step_sizes(MdfEchoState *st, const frame_sums_t &s, float RER) {
         adapt_rate = tmp32 / s.See;
     }
     // Runs on a quiet far end too, so the step sizes drop to 0 there.
-    for (int i = 0; i < kBins; ++i) {
+    for (int i = 0; i < kAecBins; ++i) {
         st->power_1[i] = adapt_rate / (st->power[i] + 10);
     }
     st->sum_adapt += adapt_rate;
@@ -335,40 +324,38 @@ void update_step_sizes(MdfEchoState *st, const frame_sums_t &s, float RER) {
 
 }  // namespace
 
-void mdf_echo_cancellation(aec_workingbuf_t *buf, mdf_word16_t *in, mdf_word16_t * /*in_ch2*/,
-                           mdf_word16_t *far_end, mdf_word16_t *out, mdf_word16_t * /*out_ch2*/,
-                           mdf_word16_t *estimated_echo, mdf_word16_t * /*estimated_echo_ch2*/) {
-    MdfEchoState *st = &buf->mdf_workingbuff;
+void mdf_step(MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &t, int dbg_level,
+              const float *in, const float *far_end, float *out, float *estimated_echo) {
     frame_sums_t s;
 
-    advance_cancel_count(buf, st);
+    advance_cancel_count(dbg_level, st);
     preprocess(st, in, far_end);
-    s.Sxx = advance_far_end(buf, st);
-    s.Sff = foreground_error(buf, st);
-    adapt_background(buf, st);
-    background_error(buf, st, estimated_echo, &s);
-    choose_filter(buf, st, &s);
-    write_output(buf, st, out);
-    frame_energies(buf, st, &s);
+    s.Sxx = advance_far_end(t.fft, st);
+    s.Sff = foreground_error(st, b.Y, b.e, t);
+    adapt_background(st, b.W, b.E, t);
+    background_error(st, b.W, b.Y, b.e, b.y, t, estimated_echo, &s);
+    choose_filter(st, b.W, b.e, b.y, &s);
+    write_output(st, b.e, out);
+    frame_energies(st, b.e, b.y, &s);
 
-    if (diverged(buf, st, s, out)) {
+    if (diverged(dbg_level, st, s, out)) {
         mdf_warning(
             "The echo canceller started acting funny and got slapped (reset). It swears it "
             "will behave now.");
-        mdf_echo_state_reset(buf);
+        mdf_state_clear(st, b.W, b.E);
         return;
     }
     if (s.See < 25600.0f) {
         s.See = 25600.0f;
     }
-    frame_spectra(buf, st);
+    frame_spectra(st, b.e, b.y, b.E, b.Y, b.Xf, t.fft);
     update_leak(st, s);
     update_step_sizes(st, s, residual_to_error_ratio(st, s));
 
     if (st->adapted) {
-        memcpy(st->last_y, st->last_y + kFrame, sizeof(float) * kFrame);
-        for (int i = 0; i < kFrame; ++i) {
-            st->last_y[kFrame + i] = in[i] - out[i];
+        memcpy(st->last_y, st->last_y + kAecBlock, sizeof(float) * kAecBlock);
+        for (int i = 0; i < kAecBlock; ++i) {
+            st->last_y[kAecBlock + i] = in[i] - out[i];
         }
     }
 }

@@ -1,16 +1,13 @@
 // Helpers of the adaptive-filter step: the DC notch of the near end, the proportional step
 // weights, the partition rotation of the gradient constraint, and the transform pair on the
-// filter's own 1/256 spectrum scale (scratch in the instance's fft_aec_buf).
+// filter's own 1/256 spectrum scale (the inverse in the scratch it is handed).
 #include <cmath>
 #include <cstring>
 
-#include "instance.h"
 #include "mdf/mdf.h"
 
 namespace {
 
-constexpr int kN = 256;
-constexpr int kSpectrum = 258;
 constexpr int kPropBatch = 8;  // partitions whose energies are summed side by side
 
 }  // namespace
@@ -76,22 +73,23 @@ bool mdf_constrains_partition(unsigned cancel_count, int j) {
 
 // The transform runs in place in the destination (258 floats), and the 1/256 is a scale by
 // 2^-8, which gives the same bits as the division.
-void fft_wrap(aec_workingbuf_t *buf, float *time_domain, float *frquency_domain) {
-    float *a = frquency_domain;
-    memcpy(a, time_domain, sizeof(float) * kN);
-    VEL_rdft(&buf->FFT_workingBuff, kN, 1, a, buf->fft_aec_ip, buf->fft_aec_wfft);
-    for (int i = 0; i < kSpectrum; ++i) {
-        a[i] *= 1.0f / 256.0f;
+void mdf_forward(const fft_ctx_t &fft, const float *time_domain, float *frequency_domain) {
+    float *a = frequency_domain;
+    memcpy(a, time_domain, sizeof(float) * kAecFft);
+    fft_forward(fft, a);
+    for (int i = 0; i < kAecSpectrum; ++i) {
+        a[i] *= 1.0f / kAecFft;
     }
 }
 
-// The time block has no room for the two extra floats, so the scratch buffer stays; the
+// The time block has no room for the two extra floats, so the inverse runs in the scratch; the
 // scaling is folded into the copy into it.
-void ifft_wrap(aec_workingbuf_t *buf, float *frquency_domain, float *time_domain) {
-    float *a = buf->fft_aec_buf;
-    for (int i = 0; i < kSpectrum; ++i) {
-        a[i] = frquency_domain[i] * 256.0f;
+void mdf_inverse(const mdf_transform_t &transform, const float *frequency_domain,
+                 float *time_domain) {
+    float *a = transform.scratch;
+    for (int i = 0; i < kAecSpectrum; ++i) {
+        a[i] = frequency_domain[i] * kAecFft;
     }
-    VEL_rdft(&buf->FFT_workingBuff, kN, -1, a, buf->fft_aec_ip, buf->fft_aec_wfft);
-    memcpy(time_domain, a, sizeof(float) * kN);
+    fft_inverse(transform.fft, a);
+    memcpy(time_domain, a, sizeof(float) * kAecFft);
 }

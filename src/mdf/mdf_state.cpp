@@ -1,20 +1,17 @@
-// MDF state set-up, clearing and control. The state is the instance's mdf_workingbuff; the
-// background weights, Xf, e and y live in the core state, E in the instance.
+// MDF state set-up, divergence reset and control, on the state record and the borrowed arrays
+// they clear (the weights W, and for the reset the error spectrum E); the warning printers.
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 
-#include "instance.h"
 #include "mdf/mdf.h"
 
 namespace {
 
-constexpr int kN = 256;
-constexpr int kM = 8;
 // The clears cover N * M (and N * (M + 1)) floats, not the full arrays of 258-float spectra:
 // the last 16 (18) floats keep whatever they held.
-constexpr int kWeightsCleared = kN * kM;
-constexpr int kRingCleared = kN * (kM + 1);
+constexpr int kWeightsCleared = kAecFft * kAecPartitions;
+constexpr int kRingCleared = kAecFft * (kAecPartitions + 1);
 
 float notch_radius_for(int rate) {
     if (rate < 12000) {
@@ -28,9 +25,9 @@ float notch_radius_for(int rate) {
 
 void set_rate_values(MdfEchoState *st, int rate) {
     const float r = static_cast<float>(rate);
-    st->spec_average = 128.0f / r;
-    st->beta0 = 256.0f / r;
-    st->beta_max = 64.0f / r;
+    st->spec_average = kAecBlock / r;
+    st->beta0 = kAecFft / r;
+    st->beta_max = (kAecBlock / 2) / r;
 }
 
 }  // namespace
@@ -43,9 +40,7 @@ void mdf_warning_int(const char *str, int val) {
     fprintf(stderr, "warning: %s %d\n", str, val);
 }
 
-int mdf_echo_state_init(aec_workingbuf_t *buf, int /*frame_size*/, int /*filter_length*/) {
-    MdfEchoState *st = &buf->mdf_workingbuff;
-    const int rate = buf->aec_inst.sampFreq;
+void mdf_state_setup(MdfEchoState *st, mdf_word32_t *W, int rate) {
     memset(st, 0, sizeof *st);
     st->cancel_count = 0;
     st->sum_adapt = 0;
@@ -53,22 +48,22 @@ int mdf_echo_state_init(aec_workingbuf_t *buf, int /*frame_size*/, int /*filter_
     st->screwed_up = 0;
     set_rate_values(st, rate);
     st->leak_estimate = 0;
-    for (int i = 0; i < kN; ++i) {
-        st->window[i] = static_cast<float>(0.5 - 0.5 * cos(2.0 * M_PI * i / kN));
+    for (int i = 0; i < kAecFft; ++i) {
+        st->window[i] = static_cast<float>(0.5 - 0.5 * cos(2.0 * M_PI * i / kAecFft));
     }
-    for (int i = 0; i < 129; ++i) {
+    for (int i = 0; i < kAecBins; ++i) {
         st->power_1[i] = 1.0f;
     }
-    memset(buf->aec_inst.wfBuf, 0, sizeof(float) * kWeightsCleared);
+    memset(W, 0, sizeof(float) * kWeightsCleared);
 
-    const float decay = static_cast<float>(exp(-static_cast<double>(2.4f / kM)));
+    const float decay = static_cast<float>(exp(-static_cast<double>(2.4f / kAecPartitions)));
     st->prop[0] = 0.7f;
     float sum = st->prop[0];
-    for (int i = 1; i < kM; ++i) {
+    for (int i = 1; i < kAecPartitions; ++i) {
         st->prop[i] = st->prop[i - 1] * decay;
         sum += st->prop[i];
     }
-    for (int i = kM - 1; i >= 0; --i) {
+    for (int i = kAecPartitions - 1; i >= 0; --i) {
         st->prop[i] = 0.8f * st->prop[i] / sum;
     }
 
@@ -80,25 +75,23 @@ int mdf_echo_state_init(aec_workingbuf_t *buf, int /*frame_size*/, int /*filter_
     st->Pyy = st->Pey = 1.0f;
     st->Davg1 = st->Davg2 = 0;
     st->Dvar1 = st->Dvar2 = 0;
-    return 0;
 }
 
-void mdf_echo_state_reset(aec_workingbuf_t *buf) {
-    MdfEchoState *st = &buf->mdf_workingbuff;
+void mdf_state_clear(MdfEchoState *st, mdf_word32_t *W, float *E) {
     st->cancel_count = 0;
     st->screwed_up = 0;
-    memset(buf->aec_inst.wfBuf, 0, sizeof(float) * kWeightsCleared);
+    memset(W, 0, sizeof(float) * kWeightsCleared);
     memset(st->foreground, 0, sizeof(float) * kWeightsCleared);
     memset(st->X, 0, sizeof(float) * kRingCleared);
-    for (int i = 0; i < 129; ++i) {
+    for (int i = 0; i < kAecBins; ++i) {
         st->power[i] = 0;
         st->power_1[i] = 1.0f;
         st->Eh[i] = 0;
         st->Yh[i] = 0;
     }
-    memset(st->last_y, 0, sizeof(float) * 128);
-    for (int i = 0; i < kN; ++i) {
-        buf->ef[i] = 0;
+    memset(st->last_y, 0, sizeof(float) * kAecBlock);
+    for (int i = 0; i < kAecFft; ++i) {
+        E[i] = 0;
         st->x[i] = 0;
     }
     st->notch_mem[0] = st->notch_mem[1] = 0;
@@ -111,22 +104,20 @@ void mdf_echo_state_reset(aec_workingbuf_t *buf) {
     st->Dvar1 = st->Dvar2 = 0;
 }
 
-int mdf_echo_ctl(aec_workingbuf_t *buf, int request, void *ptr) {
-    MdfEchoState *st = &buf->mdf_workingbuff;
-    int *value = static_cast<int *>(ptr);
+int mdf_control(MdfEchoState *st, int *sampFreq, int request, int *value) {
     switch (request) {
         case 3:  // get frame size
-            *value = 128;
+            *value = kAecBlock;
             return 0;
         case 24: {  // set sampling rate
             const int rate = *value;
-            buf->aec_inst.sampFreq = rate;
+            *sampFreq = rate;
             set_rate_values(st, rate);
             st->notch_radius = notch_radius_for(rate);
             return 0;
         }
         case 25:  // get sampling rate
-            *value = buf->aec_inst.sampFreq;
+            *value = *sampFreq;
             return 0;
         default:
             mdf_warning_int("Unknown mdf_echo_ctl request: ", request);

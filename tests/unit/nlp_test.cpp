@@ -10,11 +10,41 @@
 #include <vector>
 
 #include "core/nlp.h"
+#include "kernels/coherence.h"
 #include "dsp/comfort_noise.h"
 #include "fixture.h"
 #include "signal_ref.h"
 
 namespace {
+
+// The steps on an instance's arrays, handed over as NonLinearProcessing does.
+void update_divergence(aec_workingbuf_t *buf) {
+    aec_t &a = buf->aec_inst;
+    nlp_update_divergence(a.sd, a.se, &a.divergeState, buf->dfw, buf->efw);
+}
+
+void coherences(aec_workingbuf_t *buf, float *cohde, float *cohyd) {
+    aec_t &a = buf->aec_inst;
+    coherence({a.sd, a.se, a.sy, a.sde, a.syd}, cohde, cohyd);
+}
+
+nlp_gain_t gains(aec_workingbuf_t *buf, const float *cohde, const float *cohyd) {
+    aec_t &a = buf->aec_inst;
+    return nlp_gains(cohde, cohyd, a.mult, &a.hNlXdAvgMin, a.minOverDrive, a.overDrive, buf->hNl);
+}
+
+void track_minimum(aec_workingbuf_t *buf, float hNlFbLow) {
+    aec_t &a = buf->aec_inst;
+    nlp_track_minimum(hNlFbLow, a.mult,
+                      {&a.hNlFbMin, &a.hNlFbLocalMin, &a.hNlXdAvgMin, &a.hNlNewMin, &a.hNlMinCtr},
+                      a.targetSupp, a.minOverDrive, a.overDrive);
+}
+
+void smooth_overdrive(aec_workingbuf_t *buf) {
+    nlp_smooth_overdrive(buf->aec_inst.overDrive,
+                         buf->aec_saturated_flag.nearend_saturated_ind == 1,
+                         buf->aec_inst.overDriveSm);
+}
 
 // Smoothed powers with the given totals: sd all 1 (sum 129), se all `se`.
 void set_powers(aec_workingbuf_t *buf, float se) {
@@ -41,7 +71,7 @@ TEST(Nlp, DivergenceEntersAtOnceAndLeavesOnlyAboveFivePercent) {
         set_powers(buf, s.se);
         std::iota(std::begin(buf->dfw), std::end(buf->dfw), 1.0f);
         std::fill(std::begin(buf->efw), std::end(buf->efw), -7.0f);
-        nlp_update_divergence(buf);
+        update_divergence(buf);
         EXPECT_EQ(buf->aec_inst.divergeState, s.state_after) << "se " << s.se;
         // While diverged the block is built from the near-end spectrum.
         const float *expect_efw = s.state_after ? buf->dfw : nullptr;
@@ -64,7 +94,7 @@ TEST(Nlp, CoherencesWithZeroNearEndPowerAreZero) {
         aec.sy[i] = 2.5f;
     }
     float cohde[129], cohyd[129];
-    nlp_coherence(inst->get(), cohde, cohyd);
+    coherences(inst->get(), cohde, cohyd);
     for (int i = 0; i < 129; ++i) {
         EXPECT_FLOAT_EQ(cohde[i], i == 7 ? 0.0f : 0.5f) << "bin " << i;
         EXPECT_FLOAT_EQ(cohyd[i], i == 7 ? 0.0f : 0.4f) << "bin " << i;
@@ -86,7 +116,7 @@ nlp_gain_t quantiles_of(int rate, const std::vector<float> &pref) {
     for (int n = 0; n < band.size; ++n) {
         cohde[nlp_pref_bin(band, n)] = pref[n];
     }
-    return nlp_gains(inst->get(), cohde, cohyd);
+    return gains(inst->get(), cohde, cohyd);
 }
 
 TEST(Nlp, FeedbackGainsAreQuantilesOfTheOddPreferredBins) {
@@ -112,7 +142,7 @@ TEST(Nlp, EchoIncoherenceAveragesOnlyTheOddBins) {
     for (int bin = 1; bin <= 15; bin += 2) {
         cohyd[bin] = 0.4f;
     }
-    const nlp_gain_t g = nlp_gains(inst->get(), cohde, cohyd);
+    const nlp_gain_t g = gains(inst->get(), cohde, cohyd);
     // hNlXdAvg = 0.6 is below 0.75, so it becomes the minimum and the echo branch applies.
     EXPECT_FLOAT_EQ(inst->get()->aec_inst.hNlXdAvgMin, 0.6f);
     EXPECT_EQ(g.hNlFb, 0.0f);  // min(cohde = 0, 1 - cohyd)
@@ -127,8 +157,8 @@ TEST(Nlp, BeforeAnyEchoOverdriveStaysAtItsFloor) {
     // No near-end power at all: zero coherences, full gains.
     float cohde[129], cohyd[129];
     std::fill(std::begin(aec.sd), std::end(aec.sd), 0.0f);
-    nlp_coherence(inst->get(), cohde, cohyd);
-    nlp_gain_t g = nlp_gains(inst->get(), cohde, cohyd);
+    coherences(inst->get(), cohde, cohyd);
+    nlp_gain_t g = gains(inst->get(), cohde, cohyd);
     EXPECT_EQ(aec.hNlXdAvgMin, 1.0f);
     EXPECT_EQ(g.hNlFb, 1.0f);
     EXPECT_EQ(g.hNlFbLow, 1.0f);
@@ -142,7 +172,7 @@ TEST(Nlp, BeforeAnyEchoOverdriveStaysAtItsFloor) {
     // Near-end talk (d and e coherent, y incoherent with d): gains follow cohde.
     std::vector<float> de(129, 0.99f), yd(129, 0.0f);
     de[0] = 0.2f;  // outside the preferred band
-    g = nlp_gains(inst->get(), de.data(), yd.data());
+    g = gains(inst->get(), de.data(), yd.data());
     EXPECT_NEAR(g.hNlFb, 0.99f, 1e-6f);
     EXPECT_EQ(g.hNlFbLow, g.hNlFb);
     EXPECT_EQ(inst->get()->hNl[0], 0.2f);
@@ -158,20 +188,20 @@ TEST(Nlp, NewMinimumSetsOverdriveTwoBlocksLater) {
     std::copy(floor, floor + 7, aec.minOverDrive);
     aec.hNlXdAvgMin = 0.5f;
 
-    nlp_track_minimum(inst->get(), 0.6f);  // not strictly below 0.6: ignored
+    track_minimum(inst->get(), 0.6f);  // not strictly below 0.6: ignored
     EXPECT_EQ(aec.hNlNewMin, 0);
     EXPECT_FLOAT_EQ(aec.hNlFbMin, 1.0f);
     EXPECT_EQ(aec.hNlFbLocalMin, 1.0f);
     EXPECT_FLOAT_EQ(aec.hNlXdAvgMin, 0.5f + 0.0002f);
 
-    nlp_track_minimum(inst->get(), 0.3f);
+    track_minimum(inst->get(), 0.3f);
     EXPECT_EQ(aec.hNlFbMin, 0.3f);
     EXPECT_FLOAT_EQ(aec.hNlFbLocalMin, 0.3f + 0.0004f);
     EXPECT_EQ(aec.hNlNewMin, 1);
     EXPECT_EQ(aec.hNlMinCtr, 1);
     EXPECT_EQ(aec.overDrive[0], 2.0f);  // not yet accepted
 
-    nlp_track_minimum(inst->get(), 0.9f);
+    track_minimum(inst->get(), 0.9f);
     EXPECT_EQ(aec.hNlNewMin, 0);
     EXPECT_EQ(aec.hNlMinCtr, 0);
     EXPECT_FLOAT_EQ(aec.hNlFbLocalMin, 0.3f + 0.0008f);
@@ -193,7 +223,7 @@ TEST(Nlp, SaturatedNearEndQuadruplesTheOverdriveUsed) {
         std::copy(od, od + 7, aec.overDrive);
         double sm[7] = {2, 2, 2, 2, 2, 2, 2};
         for (int block = 0; block < 2; ++block) {
-            nlp_smooth_overdrive(buf);
+            smooth_overdrive(buf);
             for (int b = 0; b < 7; ++b) {
                 const double used = od[b] * (saturated ? 4.0 : 1.0);
                 sm[b] += (used - sm[b]) * (sm[b] <= used ? 0.1 : 0.01);
@@ -287,20 +317,20 @@ TEST(NlpBounds, CoherenceRoundedAboveOneGivesNoNegativeGain) {
         aec.sde[i][1] = 0.0f;
     }
     float cohde[kAecBins], cohyd[kAecBins];
-    nlp_coherence(inst->get(), cohde, cohyd);
+    coherences(inst->get(), cohde, cohyd);
     for (int i = 0; i < kAecBins; ++i) {
         ASSERT_EQ(cohyd[i], 1.0f) << "bin " << i;
     }
     // Both branches: no echo seen yet, and an echo minimum already found.
     for (float xd_min : {1.0f, 0.5f}) {
         aec.hNlXdAvgMin = xd_min;
-        const nlp_gain_t g = nlp_gains(inst->get(), cohde, cohyd);
+        const nlp_gain_t g = gains(inst->get(), cohde, cohyd);
         EXPECT_GE(g.hNlFbLow, 0.0f);
         EXPECT_GE(g.hNlFb, 0.0f);
         for (int i = 0; i < kAecBins; ++i) {
             ASSERT_GE(inst->get()->hNl[i], 0.0f) << "bin " << i;
         }
-        nlp_track_minimum(inst->get(), g.hNlFbLow);
+        track_minimum(inst->get(), g.hNlFbLow);
         ASSERT_GE(aec.hNlFbMin, 0.0f);
         for (int b = 0; b < 7; ++b) {
             ASSERT_TRUE(std::isfinite(aec.overDrive[b])) << "band " << b;

@@ -9,7 +9,7 @@
 
 #include "approx_reference.h"
 #include "fixture.h"
-#include "kernels/suppress.h"
+#include "core/nlp.h"
 
 namespace {
 
