@@ -160,12 +160,19 @@ void print_tune_summary(std::FILE *out, const TuneReport &rep) {
     const SearchResult &r = *rep.result;
     const SearchOptions &opt = *rep.options;
     const ProcessRequest &rq = rep.request->echo;
-    std::fprintf(out, "echo recording: %s (near), %s (far); %.2f s at %d Hz, %d near / %d far\n",
+    std::fprintf(out,
+                 "echo recording: %s (near), %s (far); %.2f s at %d Hz, %d near / %d far "
+                 "channel(s)\n",
                  rq.near_path.c_str(), rq.far_path.c_str(), sc.rep.duration_s,
                  sc.rep.processing_rate, sc.rep.near_channels, sc.rep.far_channels);
+    const std::string shifted =
+        sc.rep.far_delay_applied_ms != 0.0
+            ? "far end delayed by " + number(sc.rep.far_delay_applied_ms) + " ms"
+            : std::string("far end not shifted");
     if (sc.rep.estimated.found) {
-        std::fprintf(out, "delay: %.1f ms estimated; far end delayed by %.1f ms\n",
-                     sc.rep.estimated.ms, sc.rep.far_delay_applied_ms);
+        std::fprintf(out, "delay: %.1f ms estimated; %s\n", sc.rep.estimated.ms, shifted.c_str());
+    } else {
+        std::fprintf(out, "delay: not found; %s\n", shifted.c_str());
     }
     std::fprintf(out,
                  "talker: %s (%.2f s), mixed in at %+.1f dB re the echo's active level "
