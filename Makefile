@@ -86,13 +86,14 @@ fuzz-smoke: fuzz-build
 
 test: test-tsan fuzz-smoke
 
-# Quality evaluation: speech scenarios through the built library and an NLMS baseline;
+# Quality evaluation: speech scenarios through the built library and an NLMS baseline, and
+# `qenaec tune` on two of them;
 # writes eval/out/report.html and eval/out/results.json.
 .PHONY: eval
 eval:
 	@scripts/setup.sh python3-matplotlib
 	cmake --preset release
-	cmake --build --preset release -j $(JOBS) --target qenaec
+	cmake --build --preset release -j $(JOBS) --target qenaec qenaec_cli
 	QENAEC_LIBRARY=$(CURDIR)/build/release/src/libqenaec.so /usr/bin/python3 eval/run.py
 
 # Benchmarks (release build): timings, then the deterministic instruction count per frame.
