@@ -172,11 +172,8 @@ Scene make_scene(const SceneRequest &rq) {
                       "' is silent (its loud parts are at " + fixed(own.loud_dbfs, "%.1f") +
                       " dBFS)");
     }
-    std::vector<int16_t> echo_near(sc.echo.near.begin(),
-                                   sc.echo.near.begin() + sc.echo.samples_per_channel * ch);
-    const Activity echo = activity(echo_near, ch, rate, -std::numeric_limits<double>::infinity());
-    sc.echo_level_dbfs = echo.level_dbfs;
-    sc.talker_level_dbfs = own.level_dbfs;
+    const Activity echo =
+        activity(sc.echo.near, ch, rate, -std::numeric_limits<double>::infinity());
     sc.talker_gain_db = rq.talker_level_db + echo.level_dbfs - own.level_dbfs;
 
     std::vector<int16_t> talker = looped(talker16, sc.echo.samples_per_channel * ch);

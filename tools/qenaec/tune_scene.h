@@ -37,12 +37,10 @@ struct Scene {
     std::vector<size_t> talker_starts;
     std::vector<std::complex<float>> talker_spectra;
     double double_talk_s = 0.0;
-    double erle_s = 0.0;             // the echo recording's frames that ERLE is measured over
-    double echo_level_dbfs = 0.0;    // active levels
-    double talker_level_dbfs = 0.0;  // of the talker recording as read
-    double talker_gain_db = 0.0;     // applied to the talker recording
-    double talker_s = 0.0;           // the talker recording's length
-    size_t clipped_mix = 0;          // samples of the mix saturated to 16 bits
+    double erle_s = 0.0;          // the echo recording's frames that ERLE is measured over
+    double talker_gain_db = 0.0;  // applied to the talker recording: levels it to the echo
+    double talker_s = 0.0;        // the talker recording's length
+    size_t clipped_mix = 0;       // samples of the mix saturated to 16 bits
 };
 
 // Reads both recordings and refuses a talker recording of another rate or channel count, one
