@@ -1,4 +1,4 @@
-// Reading, checking, writing and applying the suppressor settings of a tune result.
+// Reading, checking and writing the suppressor settings of a tune result.
 #include "qenaec_settings.h"
 
 #include <cjson/cJSON.h>
@@ -17,19 +17,14 @@ const QenAecSettings qenaec_settings_defaults = {
 
 namespace {
 
-constexpr uint32_t kMaxIntensity = 25;
-constexpr uint32_t kMinEdge = 1;
-constexpr uint32_t kMaxEdge = 126;
-constexpr uint32_t kMinRatio = 1;
-constexpr uint32_t kMaxRatio = 10;
-
 struct Range {
     uint32_t lo, hi;
 };
 
-constexpr Range kIntensityRange = {0, kMaxIntensity};
-constexpr Range kEdgeRange = {kMinEdge, kMaxEdge};
-constexpr Range kRatioRange = {kMinRatio, kMaxRatio};
+// What QenAec_Config and QenAec_SetRecursiveRatio accept.
+constexpr Range kIntensityRange = {0, 25};
+constexpr Range kEdgeRange = {1, 126};
+constexpr Range kRatioRange = {1, 10};
 
 int fail(char *error, size_t size, const std::string &message) {
     if (error != nullptr && size > 0) {
@@ -103,27 +98,14 @@ bool read_array(const cJSON *parent, const char *key, const std::string &prefix,
     return true;
 }
 
-std::string check(const QenAecSettings &s, const std::string &prefix) {
-    for (size_t i = 0; i < 7; ++i) {
-        if (s.intensity[i] > kMaxIntensity) {
-            return index_name(prefix + ".intensity", i) + " must be " +
-                   range_text(kIntensityRange) + " (got " + std::to_string(s.intensity[i]) + ")";
-        }
-    }
-    for (size_t i = 0; i < 6; ++i) {
-        if (s.edges[i] < kMinEdge || s.edges[i] > kMaxEdge) {
-            return index_name(prefix + ".edges", i) + " must be " + range_text(kEdgeRange) +
-                   " (got " + std::to_string(s.edges[i]) + ")";
-        }
-        if (i > 0 && s.edges[i] < s.edges[i - 1]) {
-            return prefix + ".edges must not decrease: " + index_name("edges", i) + " = " +
+// Equal neighbours are allowed: they make an empty band.
+std::string check_order(const QenAecSettings &s) {
+    for (size_t i = 1; i < 6; ++i) {
+        if (s.edges[i] < s.edges[i - 1]) {
+            return "tuned.edges must not decrease: " + index_name("edges", i) + " = " +
                    std::to_string(s.edges[i]) + " is below " + index_name("edges", i - 1) + " = " +
                    std::to_string(s.edges[i - 1]);
         }
-    }
-    if (s.ratio < kMinRatio || s.ratio > kMaxRatio) {
-        return prefix + ".ratio must be " + range_text(kRatioRange) + " (got " +
-               std::to_string(s.ratio) + ")";
     }
     return {};
 }
@@ -145,12 +127,6 @@ struct JsonDeleter {
 };
 
 }  // namespace
-
-extern "C" int qenaec_settings_check(const QenAecSettings *s, const char *prefix, char *error,
-                                     size_t error_size) {
-    const std::string why = check(*s, prefix != nullptr ? prefix : "settings");
-    return why.empty() ? 0 : fail(error, error_size, why);
-}
 
 extern "C" int qenaec_settings_parse(const char *text, size_t length, const char *name,
                                      QenAecSettings *out, char *error, size_t error_size) {
@@ -185,7 +161,7 @@ extern "C" int qenaec_settings_parse(const char *text, size_t length, const char
     if (!read_integer(ratio, kRatioRange, "tuned.ratio", s.ratio, why)) {
         return fail(error, error_size, file + why);
     }
-    why = check(s, "tuned");
+    why = check_order(s);
     if (why.empty()) {
         why = check_figures(tuned);
     }
@@ -231,16 +207,4 @@ extern "C" int qenaec_settings_to_json(cJSON *object, const QenAecSettings *s) {
         return -1;
     }
     return cJSON_AddNumberToObject(object, "ratio", s->ratio) != nullptr ? 0 : -1;
-}
-
-extern "C" ALGO_AEC_RET qenaec_settings_apply(AEC_HANDLE handle, const QenAecSettings *s,
-                                              QEN_AEC_BOOL comfort_noise) {
-    AudioAecConfig cfg{};
-    cfg.comfort_noise_enable = comfort_noise;
-    cfg.delay_sample = 0;
-    std::memcpy(cfg.suppression_mode_freq, s->edges, sizeof cfg.suppression_mode_freq);
-    std::memcpy(cfg.suppression_mode_intensity, s->intensity,
-                sizeof cfg.suppression_mode_intensity);
-    const ALGO_AEC_RET r = QenAec_Config(handle, &cfg);
-    return r != ALGO_AEC_RET_SUCCESS ? r : QenAec_SetRecursiveRatio(handle, s->ratio);
 }

@@ -6,17 +6,15 @@
  *    "intensity": [7 x 0..25], "edges": [6 x 1..126, non-decreasing], "ratio": 1..10}, ...}
  *
  * Reading takes the "tuned" entry and checks every value, so that a file the library would
- * refuse is refused here, with one message naming the file and the field. Applying makes the
- * same calls in the same order wherever a result is loaded: QenAec_Config with the band table
- * (delay 0), then QenAec_SetRecursiveRatio.
+ * refuse is refused here, with one message naming the file and the field. Whoever applies
+ * the settings makes the calls `qenaec process --config` makes: QenAec_Config with the band
+ * table (delay 0), then QenAec_SetRecursiveRatio.
  */
 #ifndef QENAEC_SETTINGS_H
 #define QENAEC_SETTINGS_H
 
 #include <stddef.h>
 #include <stdint.h>
-
-#include "qen_aec.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -34,13 +32,6 @@ typedef struct QenAecSettings {
 extern const QenAecSettings qenaec_settings_defaults;
 
 /*
- * Checks every value. Returns 0, or -1 with one line in `error` (NUL-terminated, cut to
- * `error_size`) naming the field as "<prefix>.intensity[3]" and the rule it breaks.
- */
-int qenaec_settings_check(const QenAecSettings *s, const char *prefix, char *error,
-                          size_t error_size);
-
-/*
  * Parses the "tuned" entry of a tune result held in `text` (`length` bytes, no NUL needed);
  * `name` is the file name that messages start with. Returns 0 and fills `out`, or -1 with
  * one line in `error`.
@@ -53,15 +44,6 @@ int qenaec_settings_read(const char *path, QenAecSettings *out, char *error, siz
 
 /* Adds "intensity", "edges" and "ratio" to a cJSON object. Returns 0, or -1 out of memory. */
 int qenaec_settings_to_json(struct cJSON *object, const QenAecSettings *s);
-
-/*
- * Applies the settings to an initialised instance: QenAec_Config with comfort noise as
- * given, delay 0 and the band table, then QenAec_SetRecursiveRatio. Returns the first code
- * that is not ALGO_AEC_RET_SUCCESS (the instance then keeps its previous settings for that
- * call), or ALGO_AEC_RET_SUCCESS.
- */
-ALGO_AEC_RET qenaec_settings_apply(AEC_HANDLE handle, const QenAecSettings *s,
-                                   QEN_AEC_BOOL comfort_noise);
 
 #ifdef __cplusplus
 }
