@@ -18,6 +18,10 @@ demo: setup
 	cmake --build --preset release -j $(JOBS) --target qenaec_cli
 	build/release/tools/qenaec/qenaec demo
 
+# Every part of `make test`, in the order it runs: the release, asan and armhf (qemu-arm)
+# suites, the ThreadSanitizer suite, and a short run of each fuzzer.
+test: test-release test-asan armhf-test test-tsan fuzz-smoke
+
 test-release: setup
 	cmake --preset release
 	cmake --build --preset release -j $(JOBS)
@@ -37,8 +41,6 @@ armhf-test: setup armhf-setup
 	cmake --preset armhf
 	cmake --build --preset armhf -j $(JOBS)
 	ctest --preset armhf
-
-test: test-release test-asan armhf-test
 
 # Embedded footprint: ARM shared-object sections, working buffer per target, stack frames.
 size: setup armhf-setup
@@ -83,8 +85,6 @@ fuzz: fuzz-build
 
 fuzz-smoke: fuzz-build
 	ctest --preset fuzz
-
-test: test-tsan fuzz-smoke
 
 # Quality evaluation: speech scenarios through the built library and an NLMS baseline, and
 # `qenaec tune` on two of them;

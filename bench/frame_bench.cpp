@@ -1,7 +1,7 @@
 // Per-frame cost of the three run functions at every rate and for the (1,1) and (2,2)
 // layouts, each kernel and the FFT wrapper on its own, the compute floor of one Run frame,
 // the time-domain NLMS baseline, and the cost of silence after speech. Inputs are the
-// speech-like echo scenes of signals.h; every instance has comfort noise on, as the public
+// speech-like echo scenes of testkit/signals.h; every instance has comfort noise on, as the public
 // header's lifecycle example configures it. After the runs a summary prints the ratios the
 // performance targets are stated in (see bench/README.md).
 #include <benchmark/benchmark.h>
@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -23,48 +24,41 @@
 #include "kernels/spectral.h"
 #include "core/nlp.h"
 #include "nlms.h"
-#include "qen_aec.h"
-#include "signals.h"
+#include "quiet.h"
+#include "testkit/erle.h"
+#include "testkit/frame_loop.h"
+#include "testkit/signals.h"
 
 namespace {
 
-constexpr int kFrame = 128;
+constexpr int kFrame = static_cast<int>(testkit::kFrame);
 
 // One instance in its own block, configured as the header's example does (comfort noise on
 // unless asked otherwise).
 class Instance {
 public:
-    Instance(int rate, int near_ch, int far_ch, bool comfort_noise = true)
-        : block_(QenAec_GetBufferSize()) {
-        AudioAecInit init = {kFrame, static_cast<uint32_t>(near_ch), static_cast<uint32_t>(far_ch),
-                             static_cast<QEN_AEC_SAMPLE_RATE>(rate)};
-        AudioAecConfig cfg = {comfort_noise ? QEN_AEC_TRUE : QEN_AEC_FALSE,
-                              0,
-                              {4, 6, 36, 49, 50, 51},
-                              {5, 4, 4, 5, 10, 10, 10}};
+    Instance(int rate, int near_ch, int far_ch, bool comfort_noise = true) {
         bench::without_stdout([&] {
-            handle_ = QenAec_Init(reinterpret_cast<char *>(block_.data()), &init);
-            QenAec_Config(handle_, &cfg);
+            aec_.emplace(testkit::Layout{rate, near_ch, far_ch},
+                         testkit::Settings{.comfort_noise = comfort_noise});
         });
     }
-    ~Instance() { QenAec_Free(handle_); }
-    AEC_HANDLE handle() const { return handle_; }
-    aec_workingbuf_t *buf() const { return static_cast<aec_workingbuf_t *>(handle_); }
+    AEC_HANDLE handle() const { return aec_->handle(); }
+    aec_workingbuf_t *buf() const { return static_cast<aec_workingbuf_t *>(handle()); }
 
 private:
-    std::vector<unsigned char> block_;
-    AEC_HANDLE handle_;
+    std::optional<testkit::Instance> aec_;
 };
 
-const e2e::Signals &scene(int rate, int near_ch, int far_ch) {
-    static std::map<std::tuple<int, int, int>, e2e::Signals> cache;
+const testkit::Recording &scene(int rate, int near_ch, int far_ch) {
+    static std::map<std::tuple<int, int, int>, testkit::Recording> cache;
     const auto key = std::make_tuple(rate, near_ch, far_ch);
     auto it = cache.find(key);
     if (it == cache.end()) {
-        e2e::Scenario s = bench::speech_scene(rate, near_ch, far_ch);
+        testkit::Scenario s = testkit::speech_scenario(rate, near_ch, far_ch);
         s.seconds = 3.0;
         s.path_ms = 20.0;
-        it = cache.emplace(key, bench::make_echo_scene(s)).first;
+        it = cache.emplace(key, testkit::speech_echo(s)).first;
     }
     return it->second;
 }
@@ -73,18 +67,18 @@ const e2e::Signals &scene(int rate, int near_ch, int far_ch) {
 // functions write their output over it.
 class FrameFeed {
 public:
-    FrameFeed(const e2e::Signals &sig, int near_ch, int far_ch)
+    FrameFeed(const testkit::Recording &sig, int near_ch, int far_ch)
         : sig_(sig), nc_(near_ch), fc_(far_ch), near_(kFrame * near_ch) {}
     short *near() { return near_.data(); }
     short *far() { return const_cast<short *>(sig_.far.data()) + frame_ * kFrame * fc_; }
     void next() {
-        frame_ = (frame_ + 1) % sig_.frames;
+        frame_ = (frame_ + 1) % sig_.frames();
         memcpy(near_.data(), sig_.near.data() + frame_ * kFrame * nc_,
                sizeof(short) * kFrame * nc_);
     }
 
 private:
-    const e2e::Signals &sig_;
+    const testkit::Recording &sig_;
     int nc_, fc_;
     size_t frame_ = 0;
     std::vector<short> near_;
@@ -133,16 +127,16 @@ void bm_run(benchmark::State &state, RunFn fn, int rate, int nc, int fc) {
 void bm_silence(benchmark::State &state, bool silence) {
     const int rate = 16000;
     Instance inst(rate, 1, 1);
-    e2e::Scenario s = bench::speech_scene();
+    testkit::Scenario s = testkit::speech_scenario();
     s.seconds = 4.0;
-    e2e::Signals sig = bench::make_echo_scene(s);
+    testkit::Recording sig = testkit::speech_echo(s);
     FrameFeed speech(sig, 1, 1);
-    warm_up(inst, &speech, static_cast<int>(sig.frames));
+    warm_up(inst, &speech, static_cast<int>(sig.frames()));
     std::vector<short> zeros(kFrame, 0), near(kFrame, 0);
     if (silence) {
-        bench::fade_to_silence(&sig, s, 0, 1.0);
+        testkit::fade_to_silence(sig, 0, 1.0);
         FrameFeed fade(sig, 1, 1);
-        warm_up(inst, &fade, static_cast<int>(sig.frames));
+        warm_up(inst, &fade, static_cast<int>(sig.frames()));
         for (int f = 0; f < 180 * rate / kFrame; ++f) {
             QenAec_Run(inst.handle(), near.data(), zeros.data());
         }
@@ -336,14 +330,14 @@ void register_engine() {
 }
 
 void bm_nlms(benchmark::State &state, bench::NlmsCanceller::Sum sum) {
-    const e2e::Signals &sig = scene(16000, 1, 1);
+    const testkit::Recording &sig = scene(16000, 1, 1);
     bench::NlmsCanceller nlms(sum);
     std::vector<int16_t> out(kFrame);
     size_t frame = 0;
     for (auto _ : state) {
         nlms.process(sig.near.data() + frame * kFrame, sig.far.data() + frame * kFrame, out.data(),
                      kFrame);
-        frame = (frame + 1) % sig.frames;
+        frame = (frame + 1) % sig.frames();
         benchmark::DoNotOptimize(out.data());
     }
     set_real_time_counter(state, 16000);
@@ -380,33 +374,29 @@ struct Erle {
     double run_db, run_cn_db, nlms_db;
 };
 
-std::vector<int16_t> run_scene(const e2e::Scenario &s, const e2e::Signals &sig,
-                               bool comfort_noise) {
-    Instance inst(s.rate, 1, 1, comfort_noise);
-    std::vector<int16_t> out = sig.near;
-    std::vector<int16_t> far = sig.far;
-    for (size_t f = 0; f < sig.frames; ++f) {
-        QenAec_Run(inst.handle(), out.data() + f * kFrame, far.data() + f * kFrame);
-    }
-    return out;
-}
-
-// ERLE of Run and of the baseline on the same 20 s of speech-like echo, last 10 s. Echo
-// removal is compared with comfort noise off: with it on, the noise the library adds on
+// ERLE of Run and of the baseline on the same 20 s of speech-like echo, over the last 10 s.
+// Echo removal is compared with comfort noise off: with it on, the noise the library adds on
 // purpose counts as residual, which is also printed.
 Erle measure_erle() {
-    e2e::Scenario s = bench::speech_scene();
+    testkit::Scenario s = testkit::speech_scenario();
     s.seconds = 20.0;
-    const e2e::Signals sig = bench::make_echo_scene(s);
+    const testkit::Recording sig = testkit::speech_echo(s);
+    const auto last_10_s = [&](const std::vector<int16_t> &out, testkit::Mode mode) {
+        return testkit::erle_between(
+                   {sig.near, out, sig.far, sig.layout, testkit::output_delay(mode)}, 10.0, 20.0)
+            .db;
+    };
+    const auto run = [&](bool comfort_noise) {
+        const Instance inst(s.rate, 1, 1, comfort_noise);
+        std::vector<int16_t> out = sig.near;
+        testkit::run(inst.handle(), sig.layout, out, sig.far, testkit::Mode::kFull);
+        return last_10_s(out, testkit::Mode::kFull);
+    };
     std::vector<int16_t> theirs(sig.near.size());
     bench::NlmsCanceller nlms;
-    for (size_t f = 0; f < sig.frames; ++f) {
-        nlms.process(sig.near.data() + f * kFrame, sig.far.data() + f * kFrame,
-                     theirs.data() + f * kFrame, kFrame);
-    }
-    return {e2e::erle_db(s, sig.near, run_scene(s, sig, false), 10.0),
-            e2e::erle_db(s, sig.near, run_scene(s, sig, true), 10.0),
-            e2e::erle_db(s, sig.near, theirs, 10.0)};
+    nlms.process(sig.near.data(), sig.far.data(), theirs.data(), static_cast<int>(sig.near.size()));
+    // The baseline's error is current, as the linear stage's.
+    return {run(false), run(true), last_10_s(theirs, testkit::Mode::kLinear)};
 }
 
 void print_summary(const Collector &c, const Erle &erle) {

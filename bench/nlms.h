@@ -16,10 +16,13 @@ public:
     // or in eight partial sums, which breaks the dependency chain (a hand-tuned variant).
     enum class Sum { kTextbook, kPartial8 };
 
-    // mu: normalised step size (0.2 gives this baseline its best ERLE on the benchmark's
-    // scene among 0.2, 0.5 and 1.0); the regulariser keeps the step finite in silence.
-    explicit NlmsCanceller(Sum sum = Sum::kTextbook, float mu = 0.2f,
-                           float regulariser = kTaps * 1000.0f);
+    // The evaluation's baseline (eval/nlms.py), in step size, length and regulariser: a
+    // far end at -60 dBFS over the whole window, which keeps the step finite in silence.
+    static constexpr float kStep = 0.3f;
+    static constexpr float kRegulariser = kTaps * 32.768f * 32.768f;
+
+    explicit NlmsCanceller(Sum sum = Sum::kTextbook, float mu = kStep,
+                           float regulariser = kRegulariser);
 
     // One block of mono samples: out[i] = near[i] - estimated echo of far[..i].
     void process(const int16_t *near, const int16_t *far, int16_t *out, int samples);

@@ -6,7 +6,7 @@
 //   qenaec_output_check record FILE
 //   qenaec_output_check compare FILE [min_snr_db]
 //
-// The scenes: the end-to-end test's white-noise echo scene at every rate and layout, and the
+// The scenes of testkit/: the white-noise echo scene at every rate and layout, and the
 // speech-like scene fading into digital silence (where flushing denormals may show).
 #include <cmath>
 #include <cstdio>
@@ -15,9 +15,9 @@
 #include <string>
 #include <vector>
 
-#include "../tests/e2e/scenario.h"
-#include "qen_aec.h"
-#include "signals.h"
+#include "quiet.h"
+#include "testkit/frame_loop.h"
+#include "testkit/signals.h"
 
 namespace {
 
@@ -27,70 +27,43 @@ struct Case {
     std::vector<int16_t> out;
 };
 
-enum class RunMode { kFull, kLinear, kSplit };
+using testkit::Mode;
 
-std::vector<int16_t> process(int rate, int near_ch, int far_ch, const std::vector<int16_t> &near,
-                             const std::vector<int16_t> &far, size_t frames, RunMode mode) {
-    std::vector<unsigned char> block(QenAec_GetBufferSize());
-    AudioAecInit init = {128, static_cast<uint32_t>(near_ch), static_cast<uint32_t>(far_ch),
-                         static_cast<QEN_AEC_SAMPLE_RATE>(rate)};
-    AudioAecConfig cfg = {QEN_AEC_TRUE, 0, {4, 6, 36, 49, 50, 51}, {5, 4, 4, 5, 10, 10, 10}};
-    AEC_HANDLE h = nullptr;
-    bench::without_stdout([&] {
-        h = QenAec_Init(reinterpret_cast<char *>(block.data()), &init);
-        QenAec_Config(h, &cfg);
-    });
-    std::vector<int16_t> out = near;
-    std::vector<int16_t> f = far;
-    for (size_t i = 0; i < frames; ++i) {
-        short *n = out.data() + i * 128 * near_ch;
-        short *x = f.data() + i * 128 * far_ch;
-        if (mode == RunMode::kFull) {
-            QenAec_Run(h, n, x);
-        } else {
-            QenAec_ADF_Run(h, n, x);
-            if (mode == RunMode::kSplit) {
-                QenAec_NLP_Run(h, n);
-            }
-        }
-    }
-    QenAec_Free(h);
-    return out;
+void add_modes(std::vector<Case> *cases, const std::string &name, const testkit::Recording &in) {
+    const testkit::Settings settings = {.comfort_noise = true};
+    cases->push_back({name + " ADF_Run", true, testkit::process(in, Mode::kLinear, settings)});
+    cases->push_back({name + " Run", false, testkit::process(in, Mode::kFull, settings)});
+    cases->push_back(
+        {name + " ADF_Run+NLP_Run", false, testkit::process(in, Mode::kSplit, settings)});
 }
 
-void add_modes(std::vector<Case> *cases, const std::string &name, int rate, int nc, int fc,
-               const std::vector<int16_t> &near, const std::vector<int16_t> &far, size_t frames) {
-    cases->push_back(
-        {name + " ADF_Run", true, process(rate, nc, fc, near, far, frames, RunMode::kLinear)});
-    cases->push_back(
-        {name + " Run", false, process(rate, nc, fc, near, far, frames, RunMode::kFull)});
-    cases->push_back({name + " ADF_Run+NLP_Run", false,
-                      process(rate, nc, fc, near, far, frames, RunMode::kSplit)});
-}
-
-std::vector<Case> run_cases() {
-    std::vector<Case> cases;
+void add_all(std::vector<Case> *cases) {
     for (int rate : {8000, 16000, 32000, 48000}) {
         for (int nc : {1, 2}) {
             for (int fc : {1, 2}) {
-                e2e::Scenario s;
+                testkit::Scenario s;
                 s.rate = rate;
                 s.near_channels = nc;
                 s.far_channels = fc;
                 s.seconds = 3.0;
-                const e2e::Signals in = e2e::make_signals(s);
                 const std::string name = "noise " + std::to_string(rate) + " (" +
                                          std::to_string(nc) + "," + std::to_string(fc) + ")";
-                add_modes(&cases, name, rate, nc, fc, in.near, in.far, in.frames);
+                add_modes(cases, name, testkit::noise_echo(s));
             }
         }
     }
-    e2e::Scenario scene = bench::speech_scene();
+    testkit::Scenario scene = testkit::speech_scenario();
     scene.seconds = 12.0;
-    e2e::Signals sig = bench::make_echo_scene(scene);
-    bench::fade_to_silence(&sig, scene, sig.frames / 3, 1.0);
-    add_modes(&cases, "speech into silence 16000 (1,1)", scene.rate, 1, 1, sig.near, sig.far,
-              sig.frames);
+    testkit::Recording sig = testkit::speech_echo(scene);
+    testkit::fade_to_silence(sig, sig.frames() / 3, 1.0);
+    add_modes(cases, "speech into silence 16000 (1,1)", sig);
+}
+
+// Instance set-up announces the message level even at the quietest level: standard output
+// is discarded while the cases run.
+std::vector<Case> run_cases() {
+    std::vector<Case> cases;
+    bench::without_stdout([&] { add_all(&cases); });
     return cases;
 }
 

@@ -1,13 +1,16 @@
 // Runs a fixed number of QenAec_Run frames at 16 kHz mono (comfort noise on) over the
 // speech-like echo scene, for instruction counting under callgrind: the frames run inside
 // run_frames(), which the counting script selects, so set-up and signal generation are
-// left out of the figure.
+// left out of the figure. The loop is its own, not testkit's: it cycles over the scene, so
+// that any number of frames can be counted on the same 4 s of input.
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <vector>
 
-#include "qen_aec.h"
-#include "signals.h"
+#include "quiet.h"
+#include "testkit/frame_loop.h"
+#include "testkit/signals.h"
 
 namespace {
 
@@ -25,23 +28,18 @@ __attribute__((noinline)) void run_frames(AEC_HANDLE h, std::vector<int16_t> *ne
 int main(int argc, char **argv) {
     bench::quiet_library_messages();
     const size_t frames = argc > 1 ? strtoul(argv[1], nullptr, 10) : 1000;
-    e2e::Scenario scene = bench::speech_scene();
+    testkit::Scenario scene = testkit::speech_scenario();
     scene.seconds = 4.0;
-    e2e::Signals sig = bench::make_echo_scene(scene);
+    testkit::Recording sig = testkit::speech_echo(scene);
 
-    std::vector<unsigned char> block(QenAec_GetBufferSize());
-    AudioAecInit init = {128, 1, 1, QEN_AEC_SAMPLE_RATE_16000};
-    AudioAecConfig cfg = {QEN_AEC_TRUE, 0, {4, 6, 36, 49, 50, 51}, {5, 4, 4, 5, 10, 10, 10}};
-    AEC_HANDLE h = nullptr;
-    bench::without_stdout([&] {
-        h = QenAec_Init(reinterpret_cast<char *>(block.data()), &init);
-        QenAec_Config(h, &cfg);
-    });
-    if (h == nullptr) {
+    std::optional<testkit::Instance> aec;
+    bench::without_stdout(
+        [&] { aec.emplace(sig.layout, testkit::Settings{.comfort_noise = true}); });
+    if (aec->handle() == nullptr) {
         return 1;
     }
-    run_frames(h, &sig.near, &sig.far, frames, sig.frames);
-    QenAec_Free(h);
+    run_frames(aec->handle(), &sig.near, &sig.far, frames, sig.frames());
+    aec.reset();
     printf("ran %zu frames\n", frames);
     return 0;
 }

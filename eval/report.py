@@ -4,6 +4,7 @@ import math
 
 import numpy as np
 
+import nlms
 import scenarios
 import tuning
 
@@ -139,8 +140,8 @@ ABOUT = """<p>Each scenario is a small device on a table: its loudspeaker plays 
 talker, its microphone 5&ndash;15 cm away picks up the echo through an image-source model
 of the room, the near-end talker about 1 m away and microphone noise. Speech is espeak-ng,
 levelled to &minus;26 dBov. Three cancellers see the same signals: <b>full</b> (QenAec_Run),
-<b>linear</b> (QenAec_ADF_Run alone) and <b>NLMS</b> (a 1024-tap time-domain NLMS in numpy,
-&mu; = 0.5, no double-talk detector). Default settings: comfort noise off.</p>
+<b>linear</b> (QenAec_ADF_Run alone) and <b>NLMS</b> (a {taps}-tap time-domain NLMS in numpy,
+&mu; = {mu}, no double-talk detector). Default settings: comfort noise off.</p>
 <ul><li>ERLE: microphone power over output power in 0.5 s windows where the echo stands
 10 dB over the noise and the near-end talker is silent; the steady state sums the windows
 of the scenario's later far-end single talk. The NLP also removes microphone noise, so
@@ -154,7 +155,8 @@ loss = far-end signal over the rest. Classes: Type 1 &le; 3 dB and &ge; 27 dB, 2
 <li>Near-end single talk: the same attenuation; SDR = output power coherent with the
 microphone over the incoherent rest.</li>
 <li>Far-end signals carry a &minus;70 dBov line floor: with a digitally silent far end the
-linear stage alone skips the frame and repeats its previous output block.</li></ul>"""
+linear stage alone skips the frame and repeats its previous output block.</li></ul>""".format(
+    taps=nlms.TAPS, mu=nlms.MU)
 
 
 def _scenario_html(name, info, recs):

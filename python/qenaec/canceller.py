@@ -15,7 +15,8 @@ from . import _lib, _messages
 MODES = ("full", "linear", "split")
 
 # Samples by which each mode's output lags its input: the suppressor's overlap-add emits
-# the previous block, while the linear stage's error is the current block.
+# the previous block, while the linear stage's error is the current block. testkit's C++
+# output_delay() is the same; tests/python/test_agreement.py holds both to the library.
 OUTPUT_DELAY = {"full": _lib.FRAME, "split": _lib.FRAME, "linear": 0}
 
 # The keys of a tuning result's "tuned" entry that apply_settings installs, and those it

@@ -9,7 +9,7 @@
 #include <xmmintrin.h>
 #endif
 
-#include "scenario.h"
+#include "testkit/frame_loop.h"
 
 namespace {
 
@@ -29,8 +29,8 @@ class FpMode : public testing::TestWithParam<int> {};
 // Each caller mode in turn: the default, upward rounding, and upward rounding with denormals
 // already flushed (which the library must not clear on its way out either).
 TEST_P(FpMode, RunFunctionsRestoreTheCallersMode) {
-    const e2e::Aec aec;
-    const AEC_HANDLE h = aec.get();
+    const testkit::Instance aec;
+    const AEC_HANDLE h = aec.handle();
     ASSERT_NE(h, nullptr);
     short near[128], far[128];
     for (int i = 0; i < 128; ++i) {
@@ -53,8 +53,9 @@ TEST_P(FpMode, RunFunctionsRestoreTheCallersMode) {
     const int round = fegetround();
     const unsigned bits = control_bits();
 
-    for (e2e::Mode mode : {e2e::Mode::kFull, e2e::Mode::kLinear, e2e::Mode::kSplit}) {
-        EXPECT_EQ(e2e::run_frame(h, near, far, mode), ALGO_AEC_RET_SUCCESS);
+    for (testkit::Mode mode :
+         {testkit::Mode::kFull, testkit::Mode::kLinear, testkit::Mode::kSplit}) {
+        EXPECT_EQ(testkit::run_frame(h, near, far, mode), ALGO_AEC_RET_SUCCESS);
         EXPECT_EQ(fegetround(), round) << "mode " << int(mode);
         EXPECT_EQ(control_bits(), bits) << "mode " << int(mode);
     }

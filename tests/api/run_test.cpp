@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "scenario.h"
+#include "testkit/frame_loop.h"
 #include "scratch.h"
 
 namespace {
@@ -43,9 +43,9 @@ TEST(RunApi, NullHandlesReturnMinusOneWithTheirMessages) {
 // Never initialised (a zeroed block) or freed: refused silently, nothing read or written.
 TEST(RunApi, UninitialisedOrFreedInstanceIsRefusedSilentlyAndUntouched) {
     std::vector<unsigned char> zeroed(QenAec_GetBufferSize(), 0);
-    e2e::Aec freed;
-    ASSERT_NE(freed.get(), nullptr);
-    const AEC_HANDLE handle = freed.get();
+    testkit::Instance freed;
+    ASSERT_NE(freed.handle(), nullptr);
+    const AEC_HANDLE handle = freed.handle();
     freed.release();
     const std::vector<unsigned char> freed_before(freed.block(), freed.block() + zeroed.size());
     std::vector<short> near = noise_frame(1, 128), far = noise_frame(2, 128);
@@ -64,33 +64,34 @@ TEST(RunApi, UninitialisedOrFreedInstanceIsRefusedSilentlyAndUntouched) {
 
 TEST(RunApi, FarEndIsOnlyReadAndStereoOutputIsTheSameInBothChannels) {
     for (auto layout : {std::pair<uint32_t, uint32_t>{1, 1}, {2, 2}, {2, 1}}) {
-        e2e::Aec aec(16000, layout.first, layout.second);
+        testkit::Instance aec(
+            {16000, static_cast<int>(layout.first), static_cast<int>(layout.second)});
         for (int f = 0; f < 30; ++f) {
             std::vector<short> near = noise_frame(f, 128 * layout.first);
             std::vector<short> far = noise_frame(100 + f, 128 * layout.second);
             const std::vector<short> far_before = far;
-            ASSERT_EQ(QenAec_Run(aec.get(), near.data(), far.data()), ALGO_AEC_RET_SUCCESS);
+            ASSERT_EQ(QenAec_Run(aec.handle(), near.data(), far.data()), ALGO_AEC_RET_SUCCESS);
             ASSERT_EQ(far, far_before);
             for (uint32_t i = 0; layout.first == 2 && i < 128; ++i) {
                 ASSERT_EQ(near[2 * i], near[2 * i + 1]) << "frame " << f << " sample " << i;
             }
-            ASSERT_EQ(QenAec_ADF_Run(aec.get(), near.data(), far.data()), ALGO_AEC_RET_SUCCESS);
+            ASSERT_EQ(QenAec_ADF_Run(aec.handle(), near.data(), far.data()), ALGO_AEC_RET_SUCCESS);
             ASSERT_EQ(far, far_before);
         }
     }
 }
 
 TEST(RunApi, LinearOnlySkipsItsFirstFrameBecauseTheFarLevelLagsAFrame) {
-    e2e::Aec aec;
+    testkit::Instance aec;
     std::vector<short> far = noise_frame(7, 128);
     std::vector<short> near = noise_frame(8, 128);
-    ASSERT_EQ(QenAec_ADF_Run(aec.get(), near.data(), far.data()), ALGO_AEC_RET_SUCCESS);
+    ASSERT_EQ(QenAec_ADF_Run(aec.handle(), near.data(), far.data()), ALGO_AEC_RET_SUCCESS);
     // The level is measured over the previous frame's half, still silent: no linear stage,
     // and the output is the (empty) error history.
     EXPECT_EQ(near, std::vector<short>(128, 0));
     std::vector<short> near2 = noise_frame(9, 128);
     const std::vector<short> input2 = near2;
-    ASSERT_EQ(QenAec_ADF_Run(aec.get(), near2.data(), far.data()), ALGO_AEC_RET_SUCCESS);
+    ASSERT_EQ(QenAec_ADF_Run(aec.handle(), near2.data(), far.data()), ALGO_AEC_RET_SUCCESS);
     // With an empty filter the linear stage passes the (notched, emphasised) near end through.
     double in_energy = 0, out_energy = 0;
     for (int i = 0; i < 128; ++i) {
@@ -101,21 +102,22 @@ TEST(RunApi, LinearOnlySkipsItsFirstFrameBecauseTheFarLevelLagsAFrame) {
 }
 
 TEST(RunApi, SplitRunWritesTheBufferTwice) {
-    e2e::Aec split, linear;
+    testkit::Instance split, linear;
     for (int f = 0; f < 40; ++f) {
         std::vector<short> far = noise_frame(200 + f, 128);
         std::vector<short> near_split = noise_frame(300 + f, 128);
         std::vector<short> near_linear = near_split;
-        ASSERT_EQ(QenAec_ADF_Run(split.get(), near_split.data(), far.data()), ALGO_AEC_RET_SUCCESS);
-        ASSERT_EQ(QenAec_ADF_Run(linear.get(), near_linear.data(), far.data()),
+        ASSERT_EQ(QenAec_ADF_Run(split.handle(), near_split.data(), far.data()),
+                  ALGO_AEC_RET_SUCCESS);
+        ASSERT_EQ(QenAec_ADF_Run(linear.handle(), near_linear.data(), far.data()),
                   ALGO_AEC_RET_SUCCESS);
         // First write: the linear-stage error, identical to the linear-only run.
         ASSERT_EQ(near_split, near_linear) << "frame " << f;
-        ASSERT_EQ(QenAec_NLP_Run(split.get(), near_split.data()), ALGO_AEC_RET_SUCCESS);
+        ASSERT_EQ(QenAec_NLP_Run(split.handle(), near_split.data()), ALGO_AEC_RET_SUCCESS);
     }
     // Second write: the suppressed signal replaces it.
     std::vector<short> near = noise_frame(400, 128), near_before = near;
-    ASSERT_EQ(QenAec_NLP_Run(split.get(), near.data()), ALGO_AEC_RET_SUCCESS);
+    ASSERT_EQ(QenAec_NLP_Run(split.handle(), near.data()), ALGO_AEC_RET_SUCCESS);
     EXPECT_NE(near, near_before);
 }
 
@@ -137,36 +139,36 @@ protected:
 };
 
 TEST_F(DumpEnv, UnknownSwitchValueFailsOnceThenConflicts) {
-    e2e::Aec aec;
+    testkit::Instance aec;
     qtest::ScopedEnv unknown("AUDIO_AEC_DUMP", "2");
     std::vector<short> near = noise_frame(1, 128), far = noise_frame(2, 128);
     ALGO_AEC_RET r = ALGO_AEC_RET_SUCCESS;
-    EXPECT_EQ(qtest::capture_stdout([&] { r = QenAec_Run(aec.get(), near.data(), far.data()); }),
+    EXPECT_EQ(qtest::capture_stdout([&] { r = QenAec_Run(aec.handle(), near.data(), far.data()); }),
               "[ALGO_MSG_ERR] [DebugDumpDataInit]Fail! Dump AEC export error.\t\n");
     EXPECT_EQ(r, ALGO_AEC_RET_INIT_ERROR);
     // The run flag was left set by the failure.
-    EXPECT_EQ(QenAec_Run(aec.get(), near.data(), far.data()), ALGO_AEC_RET_API_CONFLICT);
-    EXPECT_EQ(QenAec_ADF_Run(aec.get(), near.data(), far.data()), ALGO_AEC_RET_API_CONFLICT);
+    EXPECT_EQ(QenAec_Run(aec.handle(), near.data(), far.data()), ALGO_AEC_RET_API_CONFLICT);
+    EXPECT_EQ(QenAec_ADF_Run(aec.handle(), near.data(), far.data()), ALGO_AEC_RET_API_CONFLICT);
     AudioAecInit init = {128, 1, 1, QEN_AEC_SAMPLE_RATE_16000};
-    ASSERT_EQ(QenAec_Reset(static_cast<char *>(aec.get()), &init), aec.get());
-    EXPECT_EQ(QenAec_Run(aec.get(), near.data(), far.data()), ALGO_AEC_RET_SUCCESS);
+    ASSERT_EQ(QenAec_Reset(static_cast<char *>(aec.handle()), &init), aec.handle());
+    EXPECT_EQ(QenAec_Run(aec.handle(), near.data(), far.data()), ALGO_AEC_RET_SUCCESS);
 }
 
 TEST_F(DumpEnv, FilesHoldExactlyWhatCameInAndWentOut) {
     for (int id : {0, 7}) {
-        for (e2e::Mode mode : {e2e::Mode::kFull, e2e::Mode::kLinear}) {
+        for (testkit::Mode mode : {testkit::Mode::kFull, testkit::Mode::kLinear}) {
             std::vector<short> near_in, far_in, out;
             {
-                e2e::Aec aec(16000, 2, 1);
+                testkit::Instance aec({16000, 2, 1});
                 if (id != 0) {
-                    ASSERT_EQ(QenAec_SetHandleId(aec.get(), id), ALGO_AEC_RET_SUCCESS);
+                    ASSERT_EQ(QenAec_SetHandleId(aec.handle(), id), ALGO_AEC_RET_SUCCESS);
                 }
                 for (int f = 0; f < 6; ++f) {
                     std::vector<short> near = noise_frame(10 + f, 256);
                     std::vector<short> far = noise_frame(20 + f, 128);
                     near_in.insert(near_in.end(), near.begin(), near.end());
                     far_in.insert(far_in.end(), far.begin(), far.end());
-                    ASSERT_EQ(e2e::run_frame(aec.get(), near.data(), far.data(), mode),
+                    ASSERT_EQ(testkit::run_frame(aec.handle(), near.data(), far.data(), mode),
                               ALGO_AEC_RET_SUCCESS);
                     out.insert(out.end(), near.begin(), near.end());
                 }
@@ -176,7 +178,7 @@ TEST_F(DumpEnv, FilesHoldExactlyWhatCameInAndWentOut) {
             EXPECT_EQ(read_pcm("output", id), out) << "id " << id;
             // One mono 128-sample echo frame per frame in which the linear stage ran; the
             // linear-only path skips its first frame (far level measured a frame late).
-            const size_t linear_frames = mode == e2e::Mode::kLinear ? 5 : 6;
+            const size_t linear_frames = mode == testkit::Mode::kLinear ? 5 : 6;
             EXPECT_EQ(read_pcm("echo", id).size(), 128 * linear_frames) << "id " << id;
         }
     }
@@ -185,9 +187,9 @@ TEST_F(DumpEnv, FilesHoldExactlyWhatCameInAndWentOut) {
 // NLP_Run alone needs no run before it, works on the zeroed analysis buffers, and dumps nothing.
 TEST_F(DumpEnv, NonlinearStageOnAFreshInstanceRunsOnSilenceAndWritesNoDumps) {
     {
-        e2e::Aec aec;
+        testkit::Instance aec;
         std::vector<short> near = noise_frame(3, 128);
-        ASSERT_EQ(QenAec_NLP_Run(aec.get(), near.data()), ALGO_AEC_RET_SUCCESS);
+        ASSERT_EQ(QenAec_NLP_Run(aec.handle(), near.data()), ALGO_AEC_RET_SUCCESS);
         EXPECT_EQ(near, std::vector<short>(128, 0));
     }
     EXPECT_TRUE(std::filesystem::is_empty(dir_.path()));

@@ -11,8 +11,7 @@
 #include <cstring>
 #include <vector>
 
-#include "scenario.h"
-#include "qen_aec.h"
+#include "testkit/signals.h"
 
 namespace {
 
@@ -75,21 +74,21 @@ TEST_P(StackDepth, OneRunStaysWithinEightKilobytes) {
 #if defined(__SANITIZE_ADDRESS__)
     GTEST_SKIP() << "the address sanitizer moves and pads stack frames";
 #endif
-    e2e::Scenario s;
+    testkit::Scenario s;
     s.rate = GetParam();
     s.near_channels = s.far_channels = 2;
     s.seconds = 1.0;
-    const e2e::Signals in = e2e::make_signals(s);
+    const testkit::Recording in = testkit::noise_echo(s);
 
     size_t depth[2] = {};
     for (int pass = 0; pass < 2; ++pass) {
-        const e2e::Aec aec(s.rate, 2, 2, 1);
+        const testkit::Instance aec(in.layout, testkit::Settings{.comfort_noise = true});
         Frames f;
-        f.handle = aec.get();
+        f.handle = aec.handle();
         ASSERT_NE(f.handle, nullptr);
         f.near = in.near;
         f.far = in.far;
-        f.frames = in.frames;
+        f.frames = in.frames();
         f.channels = 2;
         if (pass == 0) {
             run_frames(&f);

@@ -12,17 +12,17 @@
 #include <thread>
 #include <vector>
 
-#include "scenario.h"
-#include "qen_aec.h"
+#include "testkit/erle.h"
+#include "testkit/signals.h"
 
 namespace {
 
 constexpr int kThreads = 8;
 
 struct Job {
-    e2e::Scenario scenario;
+    testkit::Scenario scenario;
     bool comfort_noise = false;
-    e2e::Signals in;
+    testkit::Recording in;
     std::vector<int16_t> out;
     ALGO_AEC_RET first_error = ALGO_AEC_RET_SUCCESS;
 };
@@ -39,7 +39,7 @@ std::vector<Job> make_jobs() {
         j.scenario.seconds = 1.0;
         j.scenario.seed = 100 + k;
         j.comfort_noise = k >= 4;
-        j.in = e2e::make_signals(j.scenario);
+        j.in = testkit::noise_echo(j.scenario);
     }
     return jobs;
 }
@@ -47,13 +47,14 @@ std::vector<Job> make_jobs() {
 // Processes one job. `lifecycle` guards Init, Config and Free (the caller's duty); frames run
 // without any lock.
 void process(Job &j, std::mutex &lifecycle) {
-    const e2e::Scenario &s = j.scenario;
-    std::optional<e2e::Aec> aec;
+    std::optional<testkit::Instance> aec;
     {
         std::lock_guard<std::mutex> lock(lifecycle);
-        aec.emplace(s.rate, s.near_channels, s.far_channels, j.comfort_noise ? 1 : 0);
+        aec.emplace(j.in.layout, testkit::Settings{.comfort_noise = j.comfort_noise});
     }
-    j.out = e2e::process_on(aec->get(), s, j.in, e2e::Mode::kFull, &j.first_error);
+    j.out = j.in.near;
+    j.first_error =
+        testkit::run(aec->handle(), j.in.layout, j.out, j.in.far, testkit::Mode::kFull).code;
     std::lock_guard<std::mutex> lock(lifecycle);
     aec.reset();
 }
@@ -93,9 +94,11 @@ TEST(Threads, EightInstancesKeepTheirOwnOutputAndRemoveEcho) {
             // A mismatch would mean state leaking between instances or a torn shared value.
             EXPECT_TRUE(j.out == alone[k].out) << "instance " << k;
         }
-        const double erle = e2e::erle_db(j.scenario, j.in.near, j.out, 0.5);
-        EXPECT_GT(erle, 15.0) << "instance " << k << " at " << j.scenario.rate << " Hz"
-                              << (j.comfort_noise ? " with" : " without") << " comfort noise";
+        const testkit::Erle erle = testkit::erle_between(
+            {j.in.near, j.out, j.in.far, j.in.layout, testkit::output_delay(testkit::Mode::kFull)},
+            0.5, 1.0);
+        EXPECT_GT(erle.db, 15.0) << "instance " << k << " at " << j.scenario.rate << " Hz"
+                                 << (j.comfort_noise ? " with" : " without") << " comfort noise";
     }
 }
 

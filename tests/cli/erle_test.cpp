@@ -7,7 +7,7 @@
 #include <string>
 
 #include "cli_support.h"
-#include "scenario.h"
+#include "testkit/signals.h"
 
 namespace {
 
@@ -23,9 +23,9 @@ struct Measured {
 class Erle : public testing::Test {
 protected:
     void SetUp() override {
-        e2e::Scenario s;
+        testkit::Scenario s;
         s.seconds = 4.0;
-        const e2e::Signals sig = e2e::make_signals(s);
+        const testkit::Recording sig = testkit::noise_echo(s);
         near_ = sig.near;
         far_ = sig.far;
     }
@@ -44,7 +44,7 @@ protected:
         std::normal_distribution<double> gauss(0.0, 6000.0);
         for (size_t t = static_cast<size_t>(from * kRate); t < static_cast<size_t>(to * kRate);
              ++t) {
-            near_[t] = e2e::to_pcm(near_[t] + gauss(rng));
+            near_[t] = testkit::to_pcm(near_[t] + gauss(rng));
         }
     }
 

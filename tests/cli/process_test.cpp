@@ -10,7 +10,7 @@
 
 #include "cli_support.h"
 #include "reference.h"
-#include "scenario.h"
+#include "testkit/signals.h"
 
 namespace {
 
@@ -21,13 +21,13 @@ struct Inputs {
 // An echo scenario, cut to `samples` per channel (any length, not only whole frames).
 Inputs scenario_inputs(int near_ch, int far_ch, size_t samples, int rate = 16000,
                        unsigned seed = 3) {
-    e2e::Scenario s;
+    testkit::Scenario s;
     s.rate = rate;
     s.near_channels = near_ch;
     s.far_channels = far_ch;
     s.seconds = static_cast<double>(samples) / rate + 0.1;
     s.seed = seed;
-    e2e::Signals sig = e2e::make_signals(s);
+    testkit::Recording sig = testkit::noise_echo(s);
     sig.near.resize(samples * near_ch);
     sig.far.resize(samples * far_ch);
     return {sig.near, sig.far};
@@ -72,8 +72,9 @@ TEST(Process, RawModeReadsAndWritesHeaderlessPcmLikeWav) {
 TEST(Process, EachModeIsItsSequenceOfLibraryCalls) {
     cli::TempDir tmp;
     const Inputs in = scenario_inputs(1, 1, 24000);
-    const std::pair<const char *, e2e::Mode> modes[] = {
-        {"full", e2e::Mode::kFull}, {"split", e2e::Mode::kSplit}, {"linear", e2e::Mode::kLinear}};
+    const std::pair<const char *, testkit::Mode> modes[] = {{"full", testkit::Mode::kFull},
+                                                            {"split", testkit::Mode::kSplit},
+                                                            {"linear", testkit::Mode::kLinear}};
     for (const auto &[name, mode] : modes) {
         const cli::Result r =
             cli::process_files(tmp, 16000, 1, in.near, 1, in.far, {"--mode", name});

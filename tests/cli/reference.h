@@ -6,26 +6,19 @@
 #include <cstdint>
 #include <vector>
 
-#include "scenario.h"
+#include "testkit/frame_loop.h"
 
 namespace cli {
 
 inline std::vector<int16_t> reference_output(std::vector<int16_t> near, std::vector<int16_t> far,
                                              int rate, int near_ch, int far_ch,
-                                             e2e::Mode mode = e2e::Mode::kFull) {
+                                             testkit::Mode mode = testkit::Mode::kFull) {
     const size_t samples = near.size() / near_ch;
-    const size_t frames = (samples + 127) / 128;
-    e2e::Scenario s;
-    s.rate = rate;
-    s.near_channels = near_ch;
-    s.far_channels = far_ch;
-    e2e::Signals in;
-    in.frames = frames;
-    near.resize(frames * 128 * near_ch, 0);
-    far.resize(frames * 128 * far_ch, 0);
-    in.near = std::move(near);
-    in.far = std::move(far);
-    std::vector<int16_t> out = e2e::process(s, in, mode);
+    const size_t frames = (samples + testkit::kFrame - 1) / testkit::kFrame;
+    testkit::Recording in = {{rate, near_ch, far_ch}, std::move(near), std::move(far)};
+    in.near.resize(frames * testkit::kFrame * near_ch, 0);
+    in.far.resize(frames * testkit::kFrame * far_ch, 0);
+    std::vector<int16_t> out = testkit::process(in, mode);
     out.resize(samples * near_ch);
     return out;
 }

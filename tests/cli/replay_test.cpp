@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "cli_support.h"
-#include "scenario.h"
+#include "testkit/signals.h"
 
 namespace {
 
@@ -15,10 +15,10 @@ protected:
     // Processes a 2-near / 1-far recording whose length is not whole frames, with the
     // library dumping into dumps/ under id 0.
     void record(std::vector<std::string> extra = {}) {
-        e2e::Scenario s;
+        testkit::Scenario s;
         s.near_channels = 2;
         s.seconds = 1.5;
-        const e2e::Signals sig = e2e::make_signals(s);
+        const testkit::Recording sig = testkit::noise_echo(s);
         std::vector<int16_t> near(sig.near.begin(), sig.near.end() - 2 * 50);
         std::vector<int16_t> far(sig.far.begin(), sig.far.end() - 50);
         std::filesystem::create_directory(dumps());

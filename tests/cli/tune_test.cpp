@@ -7,12 +7,13 @@
 
 #include <array>
 #include <cmath>
+#include <numbers>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "cli_support.h"
-#include "scenario.h"
+#include "testkit/signals.h"
 
 namespace {
 
@@ -22,25 +23,25 @@ struct Device {
     std::vector<int16_t> mic, far, talker;
 };
 
-// Bins of a length-n transform outside lo..hi Hz (and their mirror images) cleared.
-std::vector<double> band_limited(const std::vector<double> &x, double lo, double hi) {
-    size_t n = 1;
-    while (n < x.size()) {
-        n <<= 1;
+// A linear-phase band pass of lo..hi Hz (windowed sinc, 255 taps): the output lags the input
+// by 127 samples.
+std::vector<double> band_pass(const std::vector<double> &x, double lo, double hi) {
+    constexpr int kTaps = 255;
+    std::vector<double> h(kTaps);
+    for (int k = 0; k < kTaps; ++k) {
+        const double t = k - kTaps / 2;
+        const auto low_pass = [t](double hz) {
+            const double w = 2.0 * hz / kRate;
+            return t == 0.0 ? w : std::sin(std::numbers::pi * w * t) / (std::numbers::pi * t);
+        };
+        h[k] = (low_pass(hi) - low_pass(lo)) *
+               (0.54 - 0.46 * std::cos(2 * std::numbers::pi * k / (kTaps - 1)));
     }
-    const e2e::Spectrum twiddle = e2e::twiddles(n);
-    e2e::Spectrum a = e2e::transform(x, twiddle);
-    for (size_t k = 0; k <= n / 2; ++k) {
-        const double hz = static_cast<double>(k) * kRate / static_cast<double>(n);
-        if (hz < lo || hz > hi) {
-            a[k] = 0.0;
-            a[(n - k) % n] = 0.0;
+    std::vector<double> y(x.size(), 0.0);
+    for (size_t n = 0; n < x.size(); ++n) {
+        for (size_t k = 0; k < h.size() && k <= n; ++k) {
+            y[n] += h[k] * x[n - k];
         }
-    }
-    e2e::fft(a, twiddle, true);
-    std::vector<double> y(x.size());
-    for (size_t t = 0; t < y.size(); ++t) {
-        y[t] = a[t].real() / static_cast<double>(n);
     }
     return y;
 }
@@ -59,32 +60,31 @@ double energy(const std::vector<double> &x) {
 // with the default edges at 8 kHz it lies in band 2 (bins 7..36, 219..1125 Hz). The talker speaks
 // in bursts of noise, 0.4 s on and off.
 Device leaky_device(double seconds) {
-    e2e::Scenario s;
+    testkit::Scenario s;
     s.rate = kRate;
     s.seconds = seconds;
     s.seed = 5;
-    const e2e::Signals sig = e2e::make_signals(s);
-    const size_t n = sig.far.size();
+    const testkit::Recording rec = testkit::noise_echo(s);
+    const size_t n = rec.far.size();
     // A small loudspeaker plays nothing below 200 Hz.
     const std::vector<double> echo =
-        band_limited(std::vector<double>(sig.near.begin(), sig.near.end()), 200.0, kRate);
+        band_pass(std::vector<double>(rec.near.begin(), rec.near.end()), 200.0, kRate / 2.0);
     std::vector<double> driven(n);
     for (size_t t = 0; t < n; ++t) {
-        driven[t] = std::fabs(static_cast<double>(sig.far[t])) * sig.far[t];
+        driven[t] = std::fabs(static_cast<double>(rec.far[t])) * rec.far[t];
     }
-    std::vector<double> distortion = band_limited(driven, 400.0, 900.0);
-    const double gain =
-        std::sqrt(3.0 * energy(band_limited(echo, 400.0, 900.0)) / energy(distortion));
+    const std::vector<double> distortion = band_pass(driven, 400.0, 900.0);
+    const double gain = std::sqrt(3.0 * energy(band_pass(echo, 400.0, 900.0)) / energy(distortion));
 
     Device d;
-    d.far = sig.far;
+    d.far = rec.far;
     std::mt19937 rng(11);
     std::normal_distribution<double> gauss(0.0, 1.0);
     const size_t burst = static_cast<size_t>(0.4 * kRate);
     for (size_t t = 0; t < n; ++t) {
-        d.mic.push_back(e2e::to_pcm(echo[t] + gain * distortion[t]));
+        d.mic.push_back(testkit::to_pcm(echo[t] + gain * distortion[t]));
         const double voice = (t / burst) % 2 == 1 ? 2000.0 * gauss(rng) : 0.0;
-        d.talker.push_back(e2e::to_pcm(voice + 33.0 * gauss(rng)));
+        d.talker.push_back(testkit::to_pcm(voice + 33.0 * gauss(rng)));
     }
     return d;
 }

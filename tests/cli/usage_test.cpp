@@ -7,7 +7,7 @@
 #include <string>
 
 #include "cli_support.h"
-#include "scenario.h"
+#include "testkit/signals.h"
 
 namespace {
 
@@ -54,9 +54,9 @@ TEST(Demo, RemovesAtLeast20dBOfEchoFromTheBundledRecording) {
 // error and, unless DML_PATH says otherwise, keeps only its errors.
 TEST(Output, LibraryMessagesNeverReachStandardOutput) {
     cli::TempDir tmp;
-    e2e::Scenario s;
+    testkit::Scenario s;
     s.seconds = 0.5;
-    const e2e::Signals sig = e2e::make_signals(s);
+    const testkit::Recording sig = testkit::noise_echo(s);
     const cli::Result plain = cli::process_files(tmp, 16000, 1, sig.near, 1, sig.far);
     EXPECT_EQ(plain.status, 0);
     EXPECT_EQ(plain.err, "");
@@ -85,10 +85,10 @@ TEST(Output, ProgressBarOnATerminalForLongInputs) {
         GTEST_SKIP() << "no script(1) to provide a terminal";
     }
     cli::TempDir tmp;
-    e2e::Scenario s;
+    testkit::Scenario s;
     s.rate = 8000;
     s.seconds = 6.0;  // longer than the 5 s below which no bar is drawn
-    const e2e::Signals sig = e2e::make_signals(s);
+    const testkit::Recording sig = testkit::noise_echo(s);
     cli::write_wav(tmp.path("near.wav"), 8000, 1, sig.near);
     cli::write_wav(tmp.path("far.wav"), 8000, 1, sig.far);
     const std::string cmd = std::string(QENAEC_TOOL) + " process --near " + tmp.path("near.wav") +

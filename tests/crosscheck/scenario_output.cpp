@@ -19,7 +19,8 @@
 #include <string>
 #include <vector>
 
-#include "scenario.h"
+#include "testkit/frame_loop.h"
+#include "testkit/signals.h"
 
 namespace {
 
@@ -36,17 +37,17 @@ Pcm *member(Files &f, int i) {
     return all[i];
 }
 
-e2e::Scenario scenario() {
-    e2e::Scenario s;
+testkit::Scenario scenario() {
+    testkit::Scenario s;
     s.seconds = 10.0;
     return s;
 }
 
 // A voiced talker: harmonics of a gliding 120..180 Hz pitch up to 3.4 kHz, in 4 Hz syllables.
-void add_talker(const e2e::Scenario &s, e2e::Signals &in) {
+void add_talker(const testkit::Scenario &s, testkit::Recording &in) {
     const double amplitude = 32768.0 * std::pow(10.0, -22.0 / 20);
     double phase = 0;
-    for (size_t t = 0; t < in.frames * 128; ++t) {
+    for (size_t t = 0; t < in.frames() * testkit::kFrame; ++t) {
         const double sec = double(t) / s.rate;
         const double pitch = 150.0 + 30.0 * std::sin(2 * M_PI * 0.7 * sec);
         phase += 2 * M_PI * pitch / s.rate;
@@ -61,14 +62,14 @@ void add_talker(const e2e::Scenario &s, e2e::Signals &in) {
         const double v = amplitude * syllable * syllable * voice;
         for (int ch = 0; ch < s.near_channels; ++ch) {
             int16_t &near = in.near[t * s.near_channels + ch];
-            near = e2e::to_pcm(near + v);
+            near = testkit::to_pcm(near + v);
         }
     }
 }
 
 Files produce() {
-    const e2e::Scenario s = scenario();
-    e2e::Signals in = e2e::make_signals(s);
+    const testkit::Scenario s = scenario();
+    testkit::Recording in = testkit::noise_echo(s);
     add_talker(s, in);
     Files f;
     f.near = in.near;
@@ -76,9 +77,9 @@ Files produce() {
     ALGO_AEC_RET err = ALGO_AEC_RET_SUCCESS;
     // Run first, then ADF_Run, in this order on every target: comfort noise draws from
     // process-wide table positions, so the order of the runs is part of the scenario.
-    f.run = e2e::process(s, in, e2e::Mode::kFull, &err);
+    f.run = testkit::process(in, testkit::Mode::kFull, {}, &err);
     if (err == ALGO_AEC_RET_SUCCESS) {
-        f.adf_run = e2e::process(s, in, e2e::Mode::kLinear, &err);
+        f.adf_run = testkit::process(in, testkit::Mode::kLinear, {}, &err);
     }
     if (err != ALGO_AEC_RET_SUCCESS) {
         std::fprintf(stderr, "crosscheck: processing failed with 0x%x\n", unsigned(err));

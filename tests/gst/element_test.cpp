@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "cli_support.h"
-#include "scenario.h"
+#include "testkit/signals.h"
 
 namespace {
 
@@ -138,12 +138,12 @@ void delay_pad(GstElement *pipeline, const char *pad_name, GstClockTime by) {
 
 struct FileCase {
     const char *name;
-    e2e::Scenario scenario = {.seconds = 0.0};  // seconds 0: the demo recordings
-    size_t extra_samples = 0;                   // near samples beyond whole frames
-    double far_share = 1.0;                     // far length over near length
-    bool saturate = false;                      // a clipped burst on the microphone
-    long shift = 0;                             // samples by which the element's reference lags
-    bool shift_in_timestamps = false;           // by the far branch's timestamps, not far-delay
+    testkit::Scenario scenario = {.seconds = 0.0};  // seconds 0: the demo recordings
+    size_t extra_samples = 0;                       // near samples beyond whole frames
+    double far_share = 1.0;                         // far length over near length
+    bool saturate = false;                          // a clipped burst on the microphone
+    long shift = 0;                                 // samples by which the element's reference lags
+    bool shift_in_timestamps = false;               // by the far branch's timestamps, not far-delay
     const char *properties = "";
     std::vector<std::string> tool_options = {};
     const char *config = nullptr;  // a tune result, given to the element as config=
@@ -168,7 +168,7 @@ void write_inputs(const cli::TempDir &dir, const FileCase &c, cli::Wav &near, cl
         near = cli::read_wav(QENAEC_DEMO_AUDIO "/near.wav");
         far = cli::read_wav(QENAEC_DEMO_AUDIO "/far.wav");
     } else {
-        const e2e::Signals s = e2e::make_signals(c.scenario);
+        const testkit::Recording s = testkit::noise_echo(c.scenario);
         near = {c.scenario.rate, c.scenario.near_channels, s.near};
         far = {c.scenario.rate, c.scenario.far_channels, s.far};
     }
@@ -238,8 +238,8 @@ TEST_P(FilePipeline, EqualsTheToolSampleForSample) {
                                                        far.samples.size() / far.channels, c));
 }
 
-e2e::Scenario scenario(int rate, int near_channels, int far_channels) {
-    e2e::Scenario s;
+testkit::Scenario scenario(int rate, int near_channels, int far_channels) {
+    testkit::Scenario s;
     s.rate = rate;
     s.near_channels = near_channels;
     s.far_channels = far_channels;

@@ -11,11 +11,11 @@
 #include <tuple>
 #include <vector>
 
-#include "scenario.h"
 #include "fixture.h"
 #include "float_state.h"
 #include "instance.h"
-#include "qen_aec.h"
+#include "testkit/erle.h"
+#include "testkit/signals.h"
 
 namespace {
 
@@ -34,7 +34,7 @@ std::string first_non_finite(const aec_workingbuf_t &b) {
     return qtest::first_float(b, [](float v) { return !std::isfinite(v); });
 }
 
-const aec_workingbuf_t &state(const e2e::Aec &aec) {
+const aec_workingbuf_t &state(const testkit::Instance &aec) {
     return *reinterpret_cast<const aec_workingbuf_t *>(aec.block());
 }
 
@@ -92,7 +92,7 @@ const Case kCases[] = {
 };
 
 TEST(FloatState, ThePlantedNonFiniteValueIsFound) {
-    e2e::Aec aec(16000, 1, 1, 1);
+    testkit::Instance aec({16000, 1, 1}, testkit::Settings{.comfort_noise = true});
     ASSERT_EQ(first_non_finite(state(aec)), "");
     auto &b = const_cast<aec_workingbuf_t &>(state(aec));
     b.mdf_workingbuff.foreground[2063] = INFINITY;
@@ -102,10 +102,8 @@ TEST(FloatState, ThePlantedNonFiniteValueIsFound) {
     EXPECT_EQ(first_non_finite(b), "eBuf[3]");
 }
 
-enum class Path { kRun, kSplit };
-
 // Feeds the case for its duration, stopping at the first frame that fails a check.
-void feed(const e2e::Aec &aec, const Case &c, int rate, Path path) {
+void feed(const testkit::Instance &aec, const Case &c, int rate, testkit::Mode mode) {
     const int nch = c.channels, fch = c.channels;
     std::vector<int16_t> near(128 * nch), far(128 * fch);
     const size_t frames = static_cast<size_t>(c.seconds * rate / 128);
@@ -117,17 +115,9 @@ void feed(const e2e::Aec &aec, const Case &c, int rate, Path path) {
             for (int ch = 0; ch < fch; ++ch)
                 far[i * fch + ch] = c.far(t, rate, ch);
         }
-        ALGO_AEC_RET r = ALGO_AEC_RET_SUCCESS;
-        if (path == Path::kRun) {
-            r = QenAec_Run(aec.get(), near.data(), far.data());
-        } else {
-            r = QenAec_ADF_Run(aec.get(), near.data(), far.data());
-            ASSERT_EQ(first_non_finite(state(aec)), "") << "after the linear stage of frame " << f;
-            if (r == ALGO_AEC_RET_SUCCESS) {
-                r = QenAec_NLP_Run(aec.get(), near.data());
-            }
-        }
-        ASSERT_EQ(r, ALGO_AEC_RET_SUCCESS) << "frame " << f;
+        ASSERT_EQ(testkit::run_frame(aec.handle(), near.data(), far.data(), mode),
+                  ALGO_AEC_RET_SUCCESS)
+            << "frame " << f;
         // Over minutes, every 50th frame: a non-finite value, once in, stays in the state.
         if (c.seconds < kSilenceSeconds || f % 50 == 0 || f + 1 == frames) {
             ASSERT_EQ(first_non_finite(state(aec)), "")
@@ -146,13 +136,15 @@ TEST_P(Pathological, EveryFloatStaysFinite) {
     // The linear stage warns on stderr at each divergence reset; keep the log readable.
     qtest::capture_stderr([&] {
         // Comfort noise on: the noise-floor tracker runs too.
-        const e2e::Aec run(rate, c.channels, c.channels, 1);
-        ASSERT_NE(run.get(), nullptr);
-        feed(run, c, rate, Path::kRun);
+        const testkit::Layout layout = {rate, c.channels, c.channels};
+        const testkit::Instance run(layout, testkit::Settings{.comfort_noise = true});
+        ASSERT_NE(run.handle(), nullptr);
+        feed(run, c, rate, testkit::Mode::kFull);
         if (c.seconds >= kSilenceSeconds || !kSplitPathToo) {
             return;  // the long silence once is enough
         }
-        feed(e2e::Aec(rate, c.channels, c.channels, 1), c, rate, Path::kSplit);
+        feed(testkit::Instance(layout, testkit::Settings{.comfort_noise = true}), c, rate,
+             testkit::Mode::kSplit);
     });
 }
 
@@ -164,18 +156,17 @@ INSTANTIATE_TEST_SUITE_P(RatesAndSignals, Pathological,
                                     std::to_string(std::get<0>(info.param)) + "Hz";
                          });
 
-// Echo reduction in dB over each half second of `seconds`, and the same as printable text.
-std::vector<double> reduction_curve(const std::vector<int16_t> &near,
-                                    const std::vector<int16_t> &out, int rate, int seconds,
-                                    std::string *text) {
+// ERLE over each half second of the recording, and the same as printable text.
+std::vector<double> reduction_curve(const testkit::Recording &in, const std::vector<int16_t> &out,
+                                    testkit::Mode mode, std::string *text) {
     std::vector<double> curve;
-    for (int k = 1; k <= 2 * seconds; ++k) {
-        double en = 0, eo = 0;  // over whole frames [(k - 1) rate / 256, k rate / 256)
-        for (size_t i = size_t((k - 1) * rate / 256) * 128; i < size_t(k * rate / 256) * 128; ++i) {
-            en += double(near[i]) * near[i];
-            eo += double(out[i]) * out[i];
-        }
-        curve.push_back(10.0 * std::log10(en / (eo > 0 ? eo : 1e-9)));
+    const double seconds =
+        static_cast<double>(in.near.size()) / in.layout.near_channels / in.layout.rate;
+    for (double from = 0; from + 0.5 <= seconds; from += 0.5) {
+        curve.push_back(
+            testkit::erle_between({in.near, out, in.far, in.layout, testkit::output_delay(mode)},
+                                  from, from + 0.5)
+                .db);
         char item[16];
         snprintf(item, sizeof item, " %.1f", curve.back());
         *text += item;
@@ -185,22 +176,19 @@ std::vector<double> reduction_curve(const std::vector<int16_t> &near,
 
 class Recovery : public testing::TestWithParam<int> {};
 
-// The linear stage's residual and the full output of an echo scenario, frame by frame
-// through ADF_Run and NLP_Run (together the same pipeline as Run).
+// The linear stage's residual and the full output of an echo scenario, from one pass of
+// ADF_Run and NLP_Run per frame (together the same pipeline as Run).
 struct Outputs {
     std::vector<int16_t> linear;
     std::vector<int16_t> full;
 };
 
-Outputs process_split(const e2e::Aec &aec, const e2e::Signals &echo, size_t frames) {
+Outputs process_split(const testkit::Instance &aec, const testkit::Recording &echo) {
     Outputs o{echo.near, echo.near};
-    std::vector<int16_t> far = echo.far;
-    for (size_t f = 0; f < frames; ++f) {
-        short *frame = o.linear.data() + f * 128;
-        EXPECT_EQ(QenAec_ADF_Run(aec.get(), frame, far.data() + f * 128), ALGO_AEC_RET_SUCCESS);
-        std::copy(frame, frame + 128, o.full.data() + f * 128);
-        EXPECT_EQ(QenAec_NLP_Run(aec.get(), o.full.data() + f * 128), ALGO_AEC_RET_SUCCESS);
-    }
+    EXPECT_EQ(testkit::run(aec.handle(), echo.layout, o.full, echo.far, testkit::Mode::kSplit, {},
+                           o.linear)
+                  .code,
+              ALGO_AEC_RET_SUCCESS);
     return o;
 }
 
@@ -210,17 +198,17 @@ Outputs process_split(const e2e::Aec &aec, const e2e::Signals &echo, size_t fram
 // linear stage alone as well as for the whole pipeline.
 TEST_P(Recovery, EchoReductionIsBackWithinTwoSeconds) {
     const int rate = GetParam();
-    e2e::Scenario s;
+    testkit::Scenario s;
     s.rate = rate;
     s.seconds = 4.0;
     s.path_ms = 15.0;  // within the filter's 1024 taps at every rate
-    const e2e::Signals echo = e2e::make_signals(s);
-    const size_t frames = echo.frames, burst = 2 * rate / 128;
+    const testkit::Recording echo = testkit::noise_echo(s);
+    const size_t burst = 2 * rate / 128;
 
     // Comfort noise off: its floor would cap the reduction measured.
-    const e2e::Aec aec(rate, 1, 1, 0);
-    ASSERT_NE(aec.get(), nullptr);
-    const Outputs fresh = process_split(aec, echo, frames);
+    const testkit::Instance aec(echo.layout, testkit::Settings{.comfort_noise = false});
+    ASSERT_NE(aec.handle(), nullptr);
+    const Outputs fresh = process_split(aec, echo);
 
     const std::string warnings = qtest::capture_stderr([&] {
         std::vector<int16_t> near(128), loud(128);
@@ -229,24 +217,26 @@ TEST_P(Recovery, EchoReductionIsBackWithinTwoSeconds) {
                 near[i] = square<440>(f * 128 + i, rate, 0);
                 loud[i] = alternating(i, rate, 0);
             }
-            ASSERT_EQ(QenAec_Run(aec.get(), near.data(), loud.data()), ALGO_AEC_RET_SUCCESS);
+            ASSERT_EQ(QenAec_Run(aec.handle(), near.data(), loud.data()), ALGO_AEC_RET_SUCCESS);
             ASSERT_EQ(first_non_finite(state(aec)), "") << "burst frame " << f;
         }
     });
     EXPECT_NE(warnings.find("got slapped (reset)"), std::string::npos)
         << "the burst did not force the divergence reset";
 
-    const Outputs after = process_split(aec, echo, frames);
-    const auto report = [&](const char *what, const std::vector<int16_t> &out) {
+    const Outputs after = process_split(aec, echo);
+    const auto report = [&](const char *what, const std::vector<int16_t> &out, testkit::Mode mode) {
         std::string text;
-        const std::vector<double> curve = reduction_curve(echo.near, out, rate, 4, &text);
+        const std::vector<double> curve = reduction_curve(echo, out, mode, &text);
         printf("%5d Hz %-24s per 0.5 s:%s dB\n", rate, what, text.c_str());
         return curve;
     };
-    report("linear, fresh", fresh.linear);
-    const std::vector<double> linear = report("linear, after the burst", after.linear);
-    report("full, fresh", fresh.full);
-    const std::vector<double> full = report("full, after the burst", after.full);
+    using testkit::Mode;
+    report("linear, fresh", fresh.linear, Mode::kLinear);
+    const std::vector<double> linear =
+        report("linear, after the burst", after.linear, Mode::kLinear);
+    report("full, fresh", fresh.full, Mode::kSplit);
+    const std::vector<double> full = report("full, after the burst", after.full, Mode::kSplit);
     // [3] is the half second ending 2 s after the burst.
     EXPECT_GT(linear[3], 20.0) << "linear stage over 1.5..2 s after the burst";
     EXPECT_GT(full[3], 20.0) << "whole pipeline over 1.5..2 s after the burst";

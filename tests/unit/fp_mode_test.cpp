@@ -8,7 +8,7 @@
 #include <cmath>
 
 #include "float_state.h"
-#include "scenario.h"
+#include "testkit/frame_loop.h"
 
 namespace {
 
@@ -16,8 +16,8 @@ TEST(DenormalFlush, SilenceAfterSpeechLeavesNoDenormalState) {
 #if !defined(__SSE__)
     GTEST_SKIP() << "denormals are flushed here only where the library sets the mode";
 #endif
-    const e2e::Aec aec(16000, 1, 1, 1);
-    ASSERT_NE(aec.get(), nullptr);
+    const testkit::Instance aec({16000, 1, 1}, testkit::Settings{.comfort_noise = true});
+    ASSERT_NE(aec.handle(), nullptr);
     // Two seconds of a fading chirp with its echo, then a minute of zeros.
     short near[128], far[128];
     const int talk_frames = 250;
@@ -28,7 +28,7 @@ TEST(DenormalFlush, SilenceAfterSpeechLeavesNoDenormalState) {
             far[i] = static_cast<short>(level * std::sin(2 * M_PI * (200 + 800 * t) * t));
             near[i] = static_cast<short>(far[i] / 4);
         }
-        ASSERT_EQ(QenAec_Run(aec.get(), near, far), ALGO_AEC_RET_SUCCESS);
+        ASSERT_EQ(QenAec_Run(aec.handle(), near, far), ALGO_AEC_RET_SUCCESS);
     }
     const auto &b = *reinterpret_cast<const aec_workingbuf_t *>(aec.block());
     EXPECT_EQ(qtest::first_float(b, [](float v) { return std::fpclassify(v) == FP_SUBNORMAL; }),

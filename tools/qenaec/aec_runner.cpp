@@ -1,12 +1,10 @@
-// Instance lifecycle, configuration errors spelt out, and the per-frame loop.
+// The library's codes by name, and its refusals and failures as the user reads them.
 #include "aec_runner.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
 #include "errors.h"
-#include "frame.h"
 
 namespace qtool {
 
@@ -78,22 +76,6 @@ ToolError run_failure(ALGO_AEC_RET code, size_t frame) {
 
 }  // namespace
 
-const char *mode_name(Mode mode) {
-    switch (mode) {
-        case Mode::kFull:
-            return "full";
-        case Mode::kLinear:
-            return "linear";
-        case Mode::kSplit:
-            return "split";
-    }
-    return "?";
-}
-
-size_t output_latency_frames(Mode mode) {
-    return mode == Mode::kLinear ? 0 : 1;
-}
-
 std::string describe_code(ALGO_AEC_RET code) {
     char hex[16];
     std::snprintf(hex, sizeof hex, "0x%08X", static_cast<unsigned>(code));
@@ -105,76 +87,31 @@ std::string describe_code(ALGO_AEC_RET code) {
     return std::string("code ") + std::to_string(static_cast<int>(code)) + " (" + hex + ")";
 }
 
-AecRunner::AecRunner(const Layout &layout, const Tuning &tuning)
-    : layout_(layout), block_(QenAec_GetBufferSize()) {
-    AudioAecInit init = {kFrame, static_cast<uint32_t>(layout.near_channels),
-                         static_cast<uint32_t>(layout.far_channels),
-                         static_cast<QEN_AEC_SAMPLE_RATE>(layout.rate)};
-    handle_ = QenAec_Init(reinterpret_cast<char *>(block_.data()), &init);
-    if (handle_ == nullptr) {
-        throw failure("the library refused to initialise at " + std::to_string(layout.rate) +
-                      " Hz with " + std::to_string(layout.near_channels) + " near and " +
-                      std::to_string(layout.far_channels) + " far channels");
-    }
-    configure(tuning);
-}
-
-AecRunner::~AecRunner() {
-    QenAec_Free(handle_);
-}
-
-void AecRunner::configure(const Tuning &tuning) {
-    if (tuning.cng || tuning.intensity || tuning.edges) {
-        AudioAecInit init;
-        AudioAecConfig cfg;
-        QenAec_GetConfig(handle_, &init, &cfg);  // starts from the installed defaults
-        cfg.comfort_noise_enable = tuning.cng ? QEN_AEC_TRUE : QEN_AEC_FALSE;
-        if (tuning.intensity) {
-            std::copy(tuning.intensity->begin(), tuning.intensity->end(),
-                      cfg.suppression_mode_intensity);
-        }
-        if (tuning.edges) {
-            std::copy(tuning.edges->begin(), tuning.edges->end(), cfg.suppression_mode_freq);
-        }
-        const ALGO_AEC_RET r = QenAec_Config(handle_, &cfg);
-        if (r != ALGO_AEC_RET_SUCCESS) {
-            throw failure("the library rejected the configuration with " + describe_code(r) + ": " +
-                          config_rule(r, cfg));
-        }
-    }
-    if (tuning.ratio) {
-        const ALGO_AEC_RET r = QenAec_SetRecursiveRatio(handle_, *tuning.ratio);
-        if (r != ALGO_AEC_RET_SUCCESS) {
-            throw failure("the library rejected --ratio " + std::to_string(*tuning.ratio) +
-                          " with " + describe_code(r) +
+AecRunner::AecRunner(const Layout &layout, const Settings &settings) : instance_(layout, settings) {
+    const testkit::SetupFailure &f = instance_.failure();
+    switch (f.call) {
+        case testkit::SetupFailure::kNone:
+            return;
+        case testkit::SetupFailure::kInit:
+            throw failure("the library refused to initialise at " + std::to_string(layout.rate) +
+                          " Hz with " + std::to_string(layout.near_channels) + " near and " +
+                          std::to_string(layout.far_channels) + " far channels");
+        case testkit::SetupFailure::kConfig:
+            throw failure("the library rejected the configuration with " + describe_code(f.code) +
+                          ": " + config_rule(f.code, f.config));
+        case testkit::SetupFailure::kRatio:
+            throw failure("the library rejected --ratio " + std::to_string(*settings.ratio) +
+                          " with " + describe_code(f.code) +
                           ": the ratio must be 1..10, in tenths of the smoothing factor");
-        }
     }
 }
 
-void AecRunner::process(std::vector<int16_t> &near, std::vector<int16_t> &far, Mode mode,
-                        const FrameProgress &progress) {
-    const size_t near_step = static_cast<size_t>(kFrame) * layout_.near_channels;
-    const size_t far_step = static_cast<size_t>(kFrame) * layout_.far_channels;
-    const size_t frames = near.size() / near_step;
-    for (size_t f = 0; f < frames; ++f) {
-        short *n = near.data() + f * near_step;
-        short *x = far.data() + f * far_step;
-        ALGO_AEC_RET r = ALGO_AEC_RET_SUCCESS;
-        if (mode == Mode::kFull) {
-            r = QenAec_Run(handle_, n, x);
-        } else {
-            r = QenAec_ADF_Run(handle_, n, x);
-            if (r == ALGO_AEC_RET_SUCCESS && mode == Mode::kSplit) {
-                r = QenAec_NLP_Run(handle_, n);
-            }
-        }
-        if (r != ALGO_AEC_RET_SUCCESS) {
-            throw run_failure(r, f);
-        }
-        if (progress) {
-            progress(f + 1);
-        }
+void AecRunner::process(std::vector<int16_t> &near, const std::vector<int16_t> &far, Mode mode,
+                        const testkit::FrameDone &progress) {
+    const testkit::RunResult r =
+        testkit::run(instance_.handle(), instance_.layout(), near, far, mode, progress);
+    if (r.code != ALGO_AEC_RET_SUCCESS) {
+        throw run_failure(r.code, r.frames);
     }
 }
 

@@ -147,9 +147,11 @@ Mode parse_mode(const std::string &name) {
     return Mode::kFull;
 }
 
-Tuning parse_tuning(const TuningArgs &args) {
-    Tuning t;
-    t.cng = args.cng;
+Settings parse_tuning(const TuningArgs &args) {
+    Settings t;
+    if (args.cng) {
+        t.comfort_noise = true;
+    }
     if (!args.intensity.empty()) {
         t.intensity = parse_list<7>(args.intensity, "--intensity");
     }
@@ -166,8 +168,8 @@ Tuning parse_tuning(const TuningArgs &args) {
     return t;
 }
 
-Tuning to_tuning(const QenAecSettings &s) {
-    Tuning t;
+Settings to_settings(const QenAecSettings &s) {
+    Settings t;
     t.intensity.emplace();
     std::copy(std::begin(s.intensity), std::end(s.intensity), t.intensity->begin());
     t.edges.emplace();
@@ -176,14 +178,16 @@ Tuning to_tuning(const QenAecSettings &s) {
     return t;
 }
 
-Tuning read_config(const std::string &path, bool cng) {
+Settings read_config(const std::string &path, bool cng) {
     QenAecSettings s;
     char error[512];
     if (qenaec_settings_read(path.c_str(), &s, error, sizeof error) != 0) {
         throw failure(error);
     }
-    Tuning t = to_tuning(s);
-    t.cng = cng;
+    Settings t = to_settings(s);
+    if (cng) {
+        t.comfort_noise = true;
+    }
     return t;
 }
 

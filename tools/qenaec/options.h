@@ -47,14 +47,15 @@ void add_tuning_options(CLI::App *cmd, TuningArgs &args, const std::vector<std::
 
 // Throws a usage error for a malformed list or number. Values that parse are passed on
 // as they are: whether they are in range is the library's decision.
-Tuning parse_tuning(const TuningArgs &args);
+Settings parse_tuning(const TuningArgs &args);
 Mode parse_mode(const std::string &name);
 
-// Every band intensity, edge and the ratio set; comfort noise off.
-Tuning to_tuning(const QenAecSettings &s);
+// Every band intensity, edge and the ratio set; comfort noise as Init installed it (off).
+Settings to_settings(const QenAecSettings &s);
 
-// The "tuned" entry of a `tune --json` result; throws a failure naming the file and field.
-Tuning read_config(const std::string &path, bool cng);
+// The "tuned" entry of a `tune --json` result, comfort noise on with `cng`; throws a failure
+// naming the file and the field.
+Settings read_config(const std::string &path, bool cng);
 
 // "START-END[,START-END...]" in seconds.
 std::vector<Span> parse_spans(const std::string &text, const std::string &option);

@@ -203,14 +203,13 @@ Prepared prepare_inputs(const Inputs &in, const ProcessRequest &rq, ProcessRepor
 
 Erle recording_erle(const Prepared &p, const std::vector<int16_t> &output, Mode mode,
                     const ProcessReport &rep, const std::vector<Span> *near_talk) {
-    const Signals16 sig = {.near_in = &p.near,
-                           .output = &output,
-                           .output_latency_frames = output_latency_frames(mode),
-                           .far = &p.far_measured,
-                           .near_channels = rep.near_channels,
-                           .far_channels = rep.far_channels,
-                           .rate = rep.processing_rate};
-    return echo_reduction(sig, near_talk);
+    const testkit::ErleInput sig = {
+        .near = p.near,
+        .out = output,
+        .far = p.far_measured,
+        .layout = {rep.processing_rate, rep.near_channels, rep.far_channels},
+        .delay = testkit::output_delay(mode)};
+    return testkit::erle(sig, near_talk);
 }
 
 ProcessReport run_process(const ProcessRequest &rq) {

@@ -22,7 +22,7 @@ struct ProcessRequest {
     std::optional<RawLayout> raw_near;  // both set in raw mode
     std::optional<RawLayout> raw_far;
     Mode mode = Mode::kFull;
-    Tuning tuning;
+    Settings tuning;
     std::optional<double> far_delay_ms;
     bool align_auto = false;
     bool resample = false;

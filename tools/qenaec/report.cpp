@@ -58,7 +58,7 @@ void print_summary(std::FILE *out, const ProcessReport &rep) {
     if (rep.erle.valid) {
         std::fprintf(out, "ERLE: %.1f dB\n", rep.erle.db);
         std::fprintf(out, "  over %.1f s where the far end is active and the echo dominates (%s)\n",
-                     rep.erle.seconds, rep.erle.rule.c_str());
+                     rep.erle.seconds, rep.erle.rule);
     } else {
         std::fprintf(out,
                      "ERLE: n/a (too little where the far end is active and the echo "
@@ -90,7 +90,7 @@ void write_metrics_json(const std::string &path, const ProcessReport &rep) {
     add_number_or_null(j, "speed_x_realtime", true, rep.speed_x);
     add_number_or_null(j, "erle_db", rep.erle.valid, rep.erle.db);
     add_number_or_null(j, "erle_seconds", true, rep.erle.seconds);
-    cJSON_AddStringToObject(j, "erle_rule", rep.erle.rule.c_str());
+    cJSON_AddStringToObject(j, "erle_rule", rep.erle.rule);
     add_number_or_null(j, "delay_estimated_ms", rep.estimated.found, rep.estimated.ms);
     add_number_or_null(j, "far_delay_applied_ms", true, rep.far_delay_applied_ms);
     cJSON_AddNumberToObject(j, "saturated_frames", static_cast<double>(rep.saturated_frames));

@@ -12,7 +12,6 @@
 #include <numbers>
 
 #include "errors.h"
-#include "frame.h"
 
 namespace qtool {
 
@@ -166,21 +165,24 @@ Scene make_scene(const SceneRequest &rq) {
     const int rate = sc.rep.processing_rate;
 
     const std::vector<int16_t> talker16 = to_processing_rate(talker_in, rate).samples;
-    const Activity own = activity(talker16, ch, rate, -std::numeric_limits<double>::infinity());
+    const testkit::Activity own =
+        testkit::activity(talker16, ch, rate, -std::numeric_limits<double>::infinity());
     if (own.loud_dbfs < kSilentDbfs || own.seconds <= 0.0) {
         throw failure("the talker recording '" + rq.talker_path +
                       "' is silent (its loud parts are at " + fixed(own.loud_dbfs, "%.1f") +
                       " dBFS)");
     }
-    const Activity echo =
-        activity(sc.echo.near, ch, rate, -std::numeric_limits<double>::infinity());
+    const testkit::Activity echo =
+        testkit::activity(sc.echo.near, ch, rate, -std::numeric_limits<double>::infinity());
     sc.talker_gain_db = rq.talker_level_db + echo.level_dbfs - own.level_dbfs;
 
     std::vector<int16_t> talker = looped(talker16, sc.echo.samples_per_channel * ch);
     const std::vector<float> added = mix_talker(sc, talker);
     pad_to_frames(talker, ch);
-    const Activity talking = activity(talker, ch, rate, -std::numeric_limits<double>::infinity());
-    const Activity far = activity(sc.echo.far_measured, sc.rep.far_channels, rate, kFarFloorDbfs);
+    const testkit::Activity talking =
+        testkit::activity(talker, ch, rate, -std::numeric_limits<double>::infinity());
+    const testkit::Activity far =
+        testkit::activity(sc.echo.far_measured, sc.rep.far_channels, rate, kFarFloorDbfs);
     sc.double_talk.assign(talking.active.size(), false);
     size_t count = 0;
     for (size_t f = 0; f < sc.double_talk.size() && f < far.active.size(); ++f) {
@@ -210,7 +212,7 @@ Scene make_scene(const SceneRequest &rq) {
 
 TalkerFigures talker_figures(const Scene &sc, const std::vector<int16_t> &mixed_output, Mode mode) {
     const int ch = sc.rep.near_channels;
-    const size_t lag = output_latency_frames(mode) * kFrame;
+    const size_t lag = testkit::output_delay(mode);
     const size_t samples = mixed_output.size() / ch;
     Spectrum spectrum;
     std::vector<float> frame(kSpectrumSize);

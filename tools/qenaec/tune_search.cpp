@@ -40,8 +40,8 @@ std::mutex &lifecycle() {
 
 std::vector<int16_t> run_once(const Scene &sc, const std::optional<QenAecSettings> &settings,
                               const std::vector<int16_t> &near) {
-    std::vector<int16_t> out = near, far = sc.echo.far;
-    const Tuning tuning = settings ? to_tuning(*settings) : Tuning{};
+    std::vector<int16_t> out = near;
+    const Settings tuning = settings ? to_settings(*settings) : Settings{};
     std::optional<AecRunner> runner;
     {
         std::lock_guard<std::mutex> lock(lifecycle());
@@ -49,7 +49,7 @@ std::vector<int16_t> run_once(const Scene &sc, const std::optional<QenAecSetting
     }
     std::exception_ptr error;
     try {
-        runner->process(out, far, Mode::kFull, {});
+        runner->process(out, sc.echo.far, Mode::kFull, {});
     } catch (...) {
         error = std::current_exception();
     }
