@@ -125,9 +125,10 @@ Result process_files(const TempDir &dir, int rate, int near_channels,
                      const Env &env) {
     write_wav(dir.path("near.wav"), rate, near_channels, near);
     write_wav(dir.path("far.wav"), rate, far_channels, far);
-    std::vector<std::string> args = {"process", "--near", dir.path("near.wav"),
-                                     "--far",   dir.path("far.wav"), "-o",
-                                     dir.path("out.wav"), "--metrics-json", dir.path("m.json")};
+    std::vector<std::string> args = {
+        "process",           "--near", dir.path("near.wav"), "--far",
+        dir.path("far.wav"), "-o",     dir.path("out.wav"),  "--metrics-json",
+        dir.path("m.json")};
     args.insert(args.end(), extra.begin(), extra.end());
     return run(args, env);
 }

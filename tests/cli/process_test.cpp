@@ -79,9 +79,9 @@ TEST(Process, RawModeReadsAndWritesHeaderlessPcmLikeWav) {
     const testkit::Recording in = inputs(2, 1, 16000 + 40);
     cli::write_raw(tmp.path("near.pcm"), in.near);
     cli::write_raw(tmp.path("far.pcm"), in.far);
-    const cli::Result r = cli::run({"process", "--raw", "--rate", "16000", "--near-channels", "2",
-                                    "--near", tmp.path("near.pcm"), "--far", tmp.path("far.pcm"),
-                                    "-o", tmp.path("out.pcm")});
+    const cli::Result r =
+        cli::run({"process", "--raw", "--rate", "16000", "--near-channels", "2", "--near",
+                  tmp.path("near.pcm"), "--far", tmp.path("far.pcm"), "-o", tmp.path("out.pcm")});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(cli::read_raw(tmp.path("out.pcm")),
               cli::reference_output(in.near, in.far, 16000, 2, 1));
@@ -97,7 +97,8 @@ TEST(Process, FloatInputIsRoundedAndItsClippingCounted) {
     for (size_t i = 0; i < near.size(); ++i) {
         near[i] = (static_cast<float>(in.near[i]) + (i % 2 ? 0.3f : -0.3f)) / 32768.0f;
     }
-    for (auto [i, v, pcm] : {std::tuple{100, 1.5f, 32767}, {200, -2.0f, -32768}, {300, 1.0f, 32767}}) {
+    for (auto [i, v, pcm] :
+         {std::tuple{100, 1.5f, 32767}, {200, -2.0f, -32768}, {300, 1.0f, 32767}}) {
         near[i] = v;
         expected[i] = static_cast<int16_t>(pcm);
     }

@@ -98,8 +98,8 @@ Files write_device(const cli::TempDir &dir, const Device &d) {
 }
 
 std::vector<std::string> tune_args(const Files &f, const std::vector<std::string> &extra) {
-    std::vector<std::string> args = {"tune",   "--near", f.mic,    "--far",
-                                     f.far,    "--talker", f.talker, "--quick"};
+    std::vector<std::string> args = {"tune", "--near",   f.mic,    "--far",
+                                     f.far,  "--talker", f.talker, "--quick"};
     args.insert(args.end(), extra.begin(), extra.end());
     return args;
 }

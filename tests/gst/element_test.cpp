@@ -136,8 +136,10 @@ TEST_P(FilePipeline, EqualsTheToolSampleForSample) {
         near = cli::read_wav(QENAEC_DEMO_AUDIO "/near.wav");
         far = cli::read_wav(QENAEC_DEMO_AUDIO "/far.wav");
     } else {
-        testkit::Scenario s{.rate = c.rate, .near_channels = c.near_channels,
-                            .far_channels = c.far_channels, .seconds = 4.0};
+        testkit::Scenario s{.rate = c.rate,
+                            .near_channels = c.near_channels,
+                            .far_channels = c.far_channels,
+                            .seconds = 4.0};
         const testkit::Recording r = testkit::noise_echo(s);
         near = {c.rate, c.near_channels, r.near};
         far = {c.rate, c.far_channels, r.far};
@@ -153,9 +155,10 @@ TEST_P(FilePipeline, EqualsTheToolSampleForSample) {
     cli::write_wav(dir.path("near.wav"), near.rate, near.channels, near.samples);
     cli::write_wav(dir.path("far.wav"), far.rate, far.channels, far.samples);
 
-    std::vector<std::string> args = {"process", "--quiet", "--near", dir.path("near.wav"),
-                                     "--far", dir.path("far.wav"), "-o", dir.path("tool.wav"),
-                                     "--metrics-json", dir.path("m.json")};
+    std::vector<std::string> args = {
+        "process",        "--quiet",           "--near", dir.path("near.wav"),
+        "--far",          dir.path("far.wav"), "-o",     dir.path("tool.wav"),
+        "--metrics-json", dir.path("m.json")};
     args.insert(args.end(), c.tool_options.begin(), c.tool_options.end());
     const cli::Result tool = cli::run(args);
     ASSERT_EQ(tool.status, 0) << tool.err;
@@ -393,7 +396,11 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"rates_differ", 16000, 1, false, 8000, nullptr, kSupported},
         Refusal{"config_missing", 16000, 1, false, 16000, "", {"No such file"}},
         Refusal{"config_not_json", 16000, 1, false, 16000, "tuned: yes", {"not valid JSON"}},
-        Refusal{"config_edges_short", 16000, 1, false, 16000,
+        Refusal{"config_edges_short",
+                16000,
+                1,
+                false,
+                16000,
                 R"({"tuned": {"intensity": [1, 2, 3, 4, 5, 6, 7], "edges": [4, 6], "ratio": 2}})",
                 {"tuned.edges"}}),
     case_name<Refusal>);
