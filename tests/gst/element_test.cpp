@@ -300,7 +300,8 @@ TEST_P(LivePipeline, KeepsTheMicrophoneFlowing) {
     GstElement *aec = gst_bin_get_by_name(GST_BIN(pipeline), "aec");
     GstPad *src = aec_pad(pipeline, "src"), *near = aec_pad(pipeline, "near_sink"),
            *far = aec_pad(pipeline, "far_sink");
-    Probes p{.stop_reference = c.stop_reference};
+    Probes p;
+    p.stop_reference = c.stop_reference;
     gst_pad_add_probe(src, GST_PAD_PROBE_TYPE_BUFFER, log_output, &p, nullptr);
     gst_pad_add_probe(far, GST_PAD_PROBE_TYPE_BUFFER, cut_reference, &p, nullptr);
     GstClockTime ours = 0, upstream = 0;
