@@ -35,6 +35,7 @@ def recording(seconds=8.0):
     far = rng.standard_normal(n) * 3000 * (1 + 0.5 * np.sin(2 * np.pi * 1.5 * t))
     far[((t >= 2.0) & (t < 2.6)) | ((t >= 5.0) & (t < 5.5))] = 0
     h = rng.standard_normal(320) * np.exp(-np.arange(320) / 60.0)
+    h[0] = 3 * np.max(np.abs(h))  # the direct path strongest: no bulk delay for the tool to find
     mic = np.convolve(far, h * 0.5 / np.sqrt(np.sum(h**2)))[:n] + rng.standard_normal(n) * 10
     talk = (t >= 3.5) & (t < 4.2)
     mic[talk] += rng.standard_normal(np.sum(talk)) * 6000
