@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <sstream>
 #include <stdexcept>
 
 namespace cli {
@@ -109,10 +110,11 @@ std::vector<int16_t> read_raw(const std::string &path) {
 
 double json_number(const std::string &json, const std::string &key) {
     cJSON *root = cJSON_Parse(json.c_str());
-    const size_t dot = key.find('.');
-    const cJSON *item = cJSON_GetObjectItemCaseSensitive(root, key.substr(0, dot).c_str());
-    if (dot != std::string::npos) {
-        item = cJSON_GetObjectItemCaseSensitive(item, key.substr(dot + 1).c_str());
+    const cJSON *item = root;
+    std::istringstream path(key);
+    for (std::string k; item != nullptr && std::getline(path, k, '.');) {
+        item = cJSON_IsArray(item) ? cJSON_GetArrayItem(item, std::stoi(k))
+                                   : cJSON_GetObjectItemCaseSensitive(item, k.c_str());
     }
     const double v = cJSON_IsNumber(item) ? item->valuedouble : NAN;
     cJSON_Delete(root);

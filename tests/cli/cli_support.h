@@ -41,7 +41,7 @@ Wav read_wav(const std::string &path);
 void write_raw(const std::string &path, const std::vector<int16_t> &samples);
 std::vector<int16_t> read_raw(const std::string &path);
 
-// A number of a JSON object ("outer.inner" one level down); NaN when missing or null.
+// A number in JSON by its path ("tuned.edges.2"); NaN when missing or not a number.
 double json_number(const std::string &json, const std::string &key);
 
 // Writes near.wav and far.wav into `dir` and runs `process` on them into out.wav, with the

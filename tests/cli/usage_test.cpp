@@ -2,7 +2,6 @@
 // bundled recordings, and a standard output that carries only the tool's own lines.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <string>
 #include <tuple>
@@ -75,27 +74,6 @@ TEST(Output, LibraryMessagesNeverReachStandardOutput) {
     EXPECT_EQ(chatty.out.find("ALGO_MSG"), std::string::npos) << chatty.out;
     EXPECT_NE(chatty.err.find("[ALGO_MSG_MSG] [AEC]Floating point mode.\n"), std::string::npos)
         << chatty.err;
-}
-
-// The bar needs a terminal: `script` gives the tool one. In the other runs standard error is
-// a file, and every other test checks that nothing is drawn there.
-TEST(Output, ProgressBarOnATerminalForLongInputs) {
-    if (std::system("command -v script >/dev/null 2>&1") != 0) {
-        GTEST_SKIP() << "no script(1) to provide a terminal";
-    }
-    cli::TempDir tmp;
-    const testkit::Recording sig = testkit::noise_echo({.rate = 8000, .seconds = 6.0});  // > 5 s
-    cli::write_wav(tmp.path("near.wav"), 8000, 1, sig.near);
-    cli::write_wav(tmp.path("far.wav"), 8000, 1, sig.far);
-    const std::string shell = "script -qec '" + std::string(QENAEC_TOOL) + " process --near " +
-                              tmp.path("near.wav") + " --far " + tmp.path("far.wav") + " -o " +
-                              tmp.path("out.wav") + "' /dev/null </dev/null >" + tmp.path("tty");
-    ASSERT_EQ(std::system(shell.c_str()), 0);
-    const std::string tty = qtest::read_file(tmp.path("tty"));
-    for (const char *bar : {"\r[........................................]   0%  0.0 / 6.0 s",
-                            "\r[########################################] 100%  6.0 / 6.0 s"}) {
-        EXPECT_NE(tty.find(bar), std::string::npos) << tty;
-    }
 }
 
 }  // namespace
