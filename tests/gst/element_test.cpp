@@ -55,23 +55,17 @@ void take_message(GstMessage *m, Outcome &o) {
     }
 }
 
-// Plays until end of stream, an error, or `done`; `on_playing` runs once it plays. The
-// minute's limit only keeps a hang from stalling the suite. The pipeline is released.
-Outcome play(GstElement *pipeline, const std::function<bool()> &done = {},
-             const std::function<void()> &on_playing = {}) {
+// Plays until end of stream, an error, or `done`. The minute's limit only keeps a hang from
+// stalling the suite. The pipeline is released.
+Outcome play(GstElement *pipeline, const std::function<bool()> &done = {}) {
     GstBus *bus = gst_element_get_bus(pipeline);
     gst_element_set_state(pipeline, GST_STATE_PLAYING);
     Outcome o;
-    bool playing = false;
     const gint64 give_up = g_get_monotonic_time() + 60 * G_USEC_PER_SEC;
     while (!o.finished && o.error_source.empty() && g_get_monotonic_time() < give_up) {
         if (GstMessage *m = gst_bus_timed_pop(bus, 20 * GST_MSECOND)) {
             take_message(m, o);
             gst_message_unref(m);
-        }
-        if (!playing && on_playing && GST_STATE(pipeline) == GST_STATE_PLAYING) {
-            playing = true;
-            on_playing();
         }
         o.finished = o.finished || (done && done());
     }
@@ -196,46 +190,56 @@ TEST_P(FilePipeline, EqualsTheToolSampleForSample) {
     EXPECT_EQ(o.missing, missing);
 }
 
+// name, rate (0: the demo), channels near and far, extra near samples, far share, saturate,
+// far delay and lateness (samples), properties, the tool's options, config.
 INSTANTIATE_TEST_SUITE_P(
     Gst, FilePipeline,
     testing::Values(
-        FileCase{.name = "demo_defaults"},
-        FileCase{.name = "linear_stage",
-                 .rate = 16000,
-                 .properties = "mode=linear",
-                 .tool_options = {"--mode", "linear"}},
+        FileCase{"demo_defaults"},
+        FileCase{
+            "linear_stage", 16000, 1, 1, 0, 1.0, false, 0, 0, "mode=linear", {"--mode", "linear"}},
         // 12.5 ms at 32 kHz: 400 samples.
-        FileCase{.name = "tuned_and_delayed",
-                 .rate = 32000,
-                 .far_delay = 400,
-                 .properties = "comfort-noise=true intensity=8,6,6,8,12,12,12 "
-                               "edges=5,8,30,45,50,60 ratio=4 far-delay=12.5",
-                 .tool_options = {"--cng", "--intensity", "8,6,6,8,12,12,12", "--edges",
-                                  "5,8,30,45,50,60", "--ratio", "4", "--far-delay", "12.5"}},
+        FileCase{"tuned_and_delayed",
+                 32000,
+                 1,
+                 1,
+                 0,
+                 1.0,
+                 false,
+                 400,
+                 0,
+                 "comfort-noise=true intensity=8,6,6,8,12,12,12 edges=5,8,30,45,50,60 ratio=4 "
+                 "far-delay=12.5",
+                 {"--cng", "--intensity", "8,6,6,8,12,12,12", "--edges", "5,8,30,45,50,60",
+                  "--ratio", "4", "--far-delay", "12.5"}},
         // A reference 20 ms later in running time pairs as --far-delay 20 does.
-        FileCase{.name = "reference_timestamps_later",
-                 .rate = 16000,
-                 .late = 320,
-                 .tool_options = {"--far-delay", "20"}},
+        FileCase{"reference_timestamps_later",
+                 16000,
+                 1,
+                 1,
+                 0,
+                 1.0,
+                 false,
+                 0,
+                 320,
+                 "",
+                 {"--far-delay", "20"}},
         // The tune result's edges and ratio, with its intensities overridden.
-        FileCase{.name = "config_and_property",
-                 .rate = 16000,
-                 .properties = "intensity=9,9,9,9,9,9,9",
-                 .tool_options = {"--intensity", "9,9,9,9,9,9,9", "--edges", "3,7,30,40,60,90",
-                                  "--ratio", "3"},
-                 .config = R"({"tuned": {"erle_db": 30.5, "intensity": [1, 2, 3, 4, 5, 6, 7],
+        FileCase{"config_and_property",
+                 16000,
+                 1,
+                 1,
+                 0,
+                 1.0,
+                 false,
+                 0,
+                 0,
+                 "intensity=9,9,9,9,9,9,9",
+                 {"--intensity", "9,9,9,9,9,9,9", "--edges", "3,7,30,40,60,90", "--ratio", "3"},
+                 R"({"tuned": {"erle_db": 30.5, "intensity": [1, 2, 3, 4, 5, 6, 7],
                                "edges": [3, 7, 30, 40, 60, 90], "ratio": 3}})"},
-        FileCase{.name = "stereo_short_reference_odd_length",
-                 .rate = 48000,
-                 .near_channels = 2,
-                 .far_channels = 2,
-                 .extra_samples = 77,
-                 .far_share = 0.8,
-                 .saturate = true},
-        FileCase{.name = "stereo_microphone_mono_reference",
-                 .rate = 8000,
-                 .near_channels = 2,
-                 .extra_samples = 5}),
+        FileCase{"stereo_short_reference_odd_length", 48000, 2, 2, 77, 0.8, true},
+        FileCase{"stereo_microphone_mono_reference", 8000, 2, 1, 5}),
     case_name<FileCase>);
 
 // ---- Live pipelines -----------------------------------------------------------------------
@@ -277,16 +281,6 @@ GstPadProbeReturn cut_reference(GstPad *, GstPadProbeInfo *info, gpointer data) 
     return pts - p->first_reference >= p->stop_reference ? GST_PAD_PROBE_DROP : GST_PAD_PROBE_OK;
 }
 
-GstClockTime min_latency(GstPad *pad, bool peer) {
-    GstQuery *q = gst_query_new_latency();
-    GstClockTime min = GST_CLOCK_TIME_NONE;
-    if (peer ? gst_pad_peer_query(pad, q) : gst_pad_query(pad, q)) {
-        gst_query_parse_latency(q, nullptr, &min, nullptr);
-    }
-    gst_query_unref(q);
-    return min;
-}
-
 class LivePipeline : public testing::TestWithParam<LiveCase> {};
 
 TEST_P(LivePipeline, KeepsTheMicrophoneFlowing) {
@@ -298,29 +292,19 @@ TEST_P(LivePipeline, KeepsTheMicrophoneFlowing) {
         "qenaec name=aec stats-interval=500 latency=" +
         std::to_string(kExtraLatency) + " ! fakesink");
     GstElement *aec = gst_bin_get_by_name(GST_BIN(pipeline), "aec");
-    GstPad *src = aec_pad(pipeline, "src"), *near = aec_pad(pipeline, "near_sink"),
-           *far = aec_pad(pipeline, "far_sink");
+    GstPad *src = aec_pad(pipeline, "src"), *far = aec_pad(pipeline, "far_sink");
     Probes p;
     p.stop_reference = c.stop_reference;
     gst_pad_add_probe(src, GST_PAD_PROBE_TYPE_BUFFER, log_output, &p, nullptr);
     gst_pad_add_probe(far, GST_PAD_PROBE_TYPE_BUFFER, cut_reference, &p, nullptr);
-    GstClockTime ours = 0, upstream = 0;
-    const Outcome o = play(
-        pipeline, [&] { return p.reached >= kLiveRun; },
-        [&] {
-            ours = min_latency(src, false);
-            upstream = std::max(min_latency(near, true), min_latency(far, true));
-        });
+    gst_object_unref(src);
+    gst_object_unref(far);
+    const Outcome o = play(pipeline, [&] { return p.reached >= kLiveRun; });
     double erle = 0.0;
     g_object_get(aec, "erle", &erle, nullptr);
-    for (GstObject *obj : {GST_OBJECT(src), GST_OBJECT(near), GST_OBJECT(far), GST_OBJECT(aec)}) {
-        gst_object_unref(obj);
-    }
+    gst_object_unref(aec);
 
     ASSERT_TRUE(o.finished) << o.error_source << ": " << o.error_text;
-    EXPECT_EQ(ours,
-              upstream + gst_util_uint64_scale_int(kFrame, GST_SECOND, kLiveRate) + kExtraLatency)
-        << "the element adds one frame to the latency";
     ASSERT_GT(p.output.size(), 1u);
     for (size_t i = 1; i < p.output.size(); ++i) {
         ASSERT_EQ(p.output[i].first, p.output[i - 1].first + p.output[i - 1].second)
