@@ -87,15 +87,18 @@ const char *const kCases[] = {
     "OneFileTwice|2|1|" T "@/talker.wav --csv @/kept.json|--json and --csv name the same file",
     "CsvFolderMissing|1|1|" T "@/talker.wav --csv @/none/c.csv|does not exist",
     // process --config: the file and the field named, exactly.
-    "ConfigIntensity26" C("i26") "tuned.intensity[2] must be an integer from 0 to 25 (got 26)\n",
-    "ConfigIntensityFraction" C("i2.5") "tuned.intensity[2] must be an integer from 0 to 25 (got 2.5)\n",
-    "ConfigIntensityCount" C("i6") "tuned.intensity must be an array of 7 integers (got an array of 6 "
-    "values)\n",
+    "ConfigIntensity26" C("i26") "tuned.intensity[2] must be an integer from 0 to 25 (got "
+    "26)\n",
+    "ConfigIntensityFraction" C("i2.5") "tuned.intensity[2] must be an integer from 0 to 25 "
+    "(got 2.5)\n",
+    "ConfigIntensityCount" C("i6") "tuned.intensity must be an array of 7 integers (got an "
+    "array of 6 values)\n",
     "ConfigEdge127" C("e127") "tuned.edges[5] must be an integer from 1 to 126 (got 127)\n",
-    "ConfigEdgesDecrease" C("e35") "tuned.edges must not decrease: edges[3] = 35 is below edges[2] = "
-    "36\n",
+    "ConfigEdgesDecrease" C("e35") "tuned.edges must not decrease: edges[3] = 35 is below "
+    "edges[2] = 36\n",
     "ConfigRatioZero" C("r0") "tuned.ratio must be an integer from 1 to 10 (got 0)\n",
-    "ConfigRatioString" C("r4") "tuned.ratio must be an integer from 1 to 10 (got the string \"4\")\n",
+    "ConfigRatioString" C("r4") "tuned.ratio must be an integer from 1 to 10 (got the string "
+    "\"4\")\n",
     "ConfigErleString" C("high") "tuned.erle_db must be a number (got the string \"high\")\n",
     "ConfigWithoutTuned" C("tuning") "tuned is missing",
     "ConfigNotJson|1|1|" P "--config @/cut.json|qenaec: error: '@/cut.json': not valid JSON",

@@ -24,7 +24,9 @@ def echo_pair(seconds=3.0, channels=1):
     h = rng.standard_normal(160) * np.exp(-np.arange(160) / 30.0)
     near = np.convolve(far, h * 0.5 / np.sqrt(np.sum(h**2)))[:n] + rng.standard_normal(n) * 3
     near, far = np.round(near).astype(np.int16), np.round(far).astype(np.int16)
-    return (np.stack([near, near], 1), np.stack([far, far // 2], 1)) if channels == 2 else (near, far)
+    if channels == 2:
+        return np.stack([near, near], 1), np.stack([far, far // 2], 1)
+    return near, far
 
 
 def erle_db(near, out, far, mode="full"):
