@@ -2,7 +2,6 @@
 // bundled recordings, and a standard output that carries only the tool's own lines.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <string>
 #include <tuple>
 
@@ -56,14 +55,10 @@ TEST(Output, LibraryMessagesNeverReachStandardOutput) {
     cli::TempDir tmp;
     const testkit::Recording sig = testkit::noise_echo({.seconds = 0.5});
     const cli::Result plain = cli::process_files(tmp, 16000, 1, sig.near, 1, sig.far);
-    EXPECT_EQ(plain.status, 0);
-    EXPECT_EQ(plain.err, "");
-    EXPECT_EQ(plain.out.find("ALGO_MSG"), std::string::npos) << plain.out;
-    EXPECT_NE(plain.out.find("\nERLE: "), std::string::npos) << plain.out;
-
-    std::ofstream(tmp.path("level.json")) << "{\"debug_level\": 7}";
-    const cli::Result chatty = cli::process_files(tmp, 16000, 1, sig.near, 1, sig.far, {},
-                                                  {{"DML_PATH", tmp.path("level.json")}});
+    EXPECT_EQ(plain.status, 0);  // its streams are checked with the process cases
+    const cli::Result chatty =
+        cli::process_files(tmp, 16000, 1, sig.near, 1, sig.far, {},
+                           {{"DML_PATH", tmp.write_file("level.json", "{\"debug_level\": 7}")}});
     EXPECT_EQ(chatty.status, 0);
     // The same summary (but for the measured speed), with the library's lines on stderr.
     auto without_speed = [](std::string text) {
