@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cfenv>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -231,6 +232,22 @@ TEST(Lifecycle, SaturatedMicrophoneMarksItsFrameAndTheNext) {
     EXPECT_TRUE(std::equal(once.begin(), once.begin() + 62 * 256, twice.begin()));
     EXPECT_FALSE(once == twice);
     EXPECT_FALSE(output({{60, -32768, -32632}}, 61) == output({{60, -32700, -32700}}, 61));
+}
+
+// Where the echo is suppressed, comfort noise fills in at about the microphone's noise floor
+// (-60 dBFS here: rms 33) instead of digital silence, far below the echo (rms 1700).
+TEST(Lifecycle, ComfortNoiseFillsTheSuppressedEcho) {
+    const testkit::Recording rec = scene({16000, 1, 1}, 4.0);
+    for (bool on : {false, true}) {
+        const testkit::Instance aec(rec.layout, {.comfort_noise = on});
+        const Pcm out = run(aec.handle(), rec);
+        double sum = 0;
+        for (size_t t = out.size() - 16000; t < out.size(); ++t) {
+            sum += double(out[t]) * out[t];
+        }
+        const double rms = std::sqrt(sum / 16000);
+        EXPECT_TRUE(on ? rms > 10 && rms < 430 : rms < 1) << "rms " << rms;
+    }
 }
 
 // The split pipeline writes the linear stage's output first, then the suppressed one; the

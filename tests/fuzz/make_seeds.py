@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes the committed seed corpus of api_fuzzer: short call sequences that reach every
 entry point, every rate and layout, valid and refused records, and the hostile frames.
-The byte layout is the one fuzz_input.h and api_fuzzer.cpp decode."""
+The byte layout is the one api_fuzzer.cpp decodes."""
 import os
 import struct
 import sys

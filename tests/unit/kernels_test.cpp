@@ -11,6 +11,7 @@
 #include <random>
 #include <vector>
 
+#include "core/nlp.h"
 #include "dsp/comfort_noise.h"
 #include "dsp/fft.h"
 #include "dsp/stream.h"
@@ -328,6 +329,53 @@ TEST(NlpKernels, NoiseFloorSmoothsTracksAndFollows) {
     }
 }
 
+// The error spectrum is replaced by the near end's while the error outweighs the near end in
+// total smoothed power; that ends only when the near end is 5% above.
+TEST(NlpKernels, DivergenceEntersAtOnceAndLeavesWithAMargin) {
+    const std::vector<float> sd(kBins, 1.0f), dfw = noise(258, -9, 9, 61),
+                                              efw0 = noise(258, -9, 9, 62);
+    int16_t state = 0;
+    for (const auto &[se, diverged] : {std::pair{1.0f, 0}, {1.001f, 1}, {0.96f, 1}, {0.95f, 0}}) {
+        std::vector<float> efw = efw0;
+        nlp_update_divergence(sd.data(), std::vector<float>(kBins, se).data(), &state, dfw.data(),
+                              efw.data());
+        EXPECT_EQ(state, diverged) << "se " << se;
+        EXPECT_EQ(efw, diverged ? dfw : efw0) << "se " << se;
+    }
+}
+
+// The gains follow the state: near-end talk (average d-e coherence above 0.98 and echo
+// incoherence above 0.9) takes the d-e coherence; otherwise, before any echo was seen (the
+// incoherence minimum still 1) the echo incoherence with the overdrive pinned to its floor, and
+// after, the smaller of the two. The minimum takes an average below 0.75.
+TEST(NlpKernels, GainRuleFollowsTalkAndEcho) {
+    struct Case {
+        float de, yd, min_in, min_out, gain;
+        bool pinned;
+    };
+    for (const Case c : {Case{0.99f, 0.05f, 1, 1, 0.99f, true},
+                         {0.99f, 0.095f, 1, 1, 0.99f, true},
+                         {0.975f, 0.05f, 1, 1, 0.95f, true},
+                         {0.99f, 0.05f, 0.8f, 0.8f, 0.99f, false},
+                         {0.6f, 0.2f, 0.8f, 0.8f, 0.6f, false},
+                         {0.9f, 0.24f, 0.8f, 0.8f, 0.76f, false},
+                         {0.9f, 0.3f, 0.8f, 0.7f, 0.7f, false},
+                         {0.5f, 0.5f, 1, 0.5f, 0.5f, false}}) {
+        std::vector<float> cohde(kBins, c.de), cohyd(kBins, c.yd), hNl(kBins);
+        float min = c.min_in, overdrive[7] = {9, 9, 9, 9, 9, 9, 9};
+        const float floor[7] = {1, 2, 3, 4, 5, 6, 7};
+        const nlp_gain_t g =
+            nlp_gains(cohde.data(), cohyd.data(), 2, &min, floor, overdrive, hNl.data());
+        EXPECT_NEAR(min, c.min_out, 1e-6) << c.de << " " << c.yd;
+        EXPECT_NEAR(g.hNlFb, c.gain, 1e-6) << c.de << " " << c.yd;
+        EXPECT_NEAR(g.hNlFbLow, c.gain, 1e-6) << c.de << " " << c.yd;
+        for (float h : hNl) {
+            ASSERT_NEAR(h, c.gain, 1e-6) << c.de << " " << c.yd;
+        }
+        EXPECT_EQ(overdrive[6], c.pinned ? 7.0f : 9.0f) << c.de << " " << c.yd;
+    }
+}
+
 // ---- vector helpers ------------------------------------------------------------------------
 
 TEST(VectorHelpers, InnerProductOverOddTailsAndMisalignedArrays) {
@@ -479,9 +527,10 @@ TEST(Stream, LoaderSlidesThenLoadsOneChannelWithoutScaling) {
     for (const Case c :
          {Case{1, 1, 1, 1000}, Case{2, 0, 1, 1000}, Case{2, 1, 1, -1}, Case{2, 2, 1, 1000},
           Case{2, 1, 0, 0}, Case{2, 0, 0, 1000}, Case{3, 0, 1, 0}, Case{0, 0, 1, 0}}) {
-        float buf[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+        float buf[9] = {1, 2, 3, 4, 5, 6, 7, 8, 99};
         postInfo_t info = {8, c.channels, 4, c.flag};
         LoadStreamf(buf, const_cast<short *>(pcm), c.counter, &info);
+        EXPECT_EQ(buf[8], 99.0f);
         if (c.first == 0) {
             EXPECT_EQ(buf[0], 1.0f) << c.channels << " channels, counter " << c.counter;
             continue;

@@ -355,6 +355,7 @@ TEST(Quirks, NewMinimumSetsTheOverdriveTwoBlocksLater) {
     uint16_t ctr = 0;
     const float target[7] = {-3, 0, -11.5f, -80, -1, -6.9f, 0}, floor[7] = {1, 2, 1, 90, 0, 1, 0};
     const nlp_minima_t minima = {&fb_min, &local, &xd, &new_min, &ctr};
+    nlp_track_minimum(0.603f, 2, minima, target, floor, overdrive);  // only below 0.6
     nlp_track_minimum(0.3f, 2, minima, target, floor, overdrive);
     EXPECT_EQ(std::vector<float>(overdrive, overdrive + 7), std::vector<float>(7, 5.0f));
     nlp_track_minimum(0.9f, 2, minima, target, floor, overdrive);
@@ -372,6 +373,10 @@ TEST(Quirks, OneFreeReleasesTheProfileForAllInstances) {
     a.reset();
     EXPECT_EQ(g_is_initialed, 0);
     const testkit::Instance c;
+    EXPECT_EQ(g_is_initialed, 1);
+    b.reset();
+    AudioAecInit init = {128, 1, 1, QEN_AEC_SAMPLE_RATE_16000};
+    QenAec_Reset(static_cast<char *>(c.handle()), &init);  // releases, then creates again
     EXPECT_EQ(g_is_initialed, 1);
 }
 
