@@ -31,10 +31,6 @@ void *run_frames(void *arg) {
     return nullptr;
 }
 
-void *idle(void *) {
-    return nullptr;
-}
-
 // Bytes of a painted stack that `fn` has written over.
 size_t painted_depth(void *(*fn)(void *), void *arg) {
     void *stack = nullptr;
@@ -83,7 +79,7 @@ TEST_P(StackDepth, OneRunStaysWithinEightKilobytes) {
         if (pass == 0) {
             run_frames(&f);
         } else {
-            depth[0] = painted_depth(idle, nullptr);
+            depth[0] = painted_depth([](void *) -> void * { return nullptr; }, nullptr);
             depth[1] = painted_depth(run_frames, &f);
         }
     }
@@ -95,9 +91,6 @@ TEST_P(StackDepth, OneRunStaysWithinEightKilobytes) {
     EXPECT_GT(run_depth, 256u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rates, StackDepth, testing::Values(8000, 16000, 32000, 48000),
-                         [](const testing::TestParamInfo<int> &info) {
-                             return std::to_string(info.param) + "Hz";
-                         });
+INSTANTIATE_TEST_SUITE_P(Rates, StackDepth, testing::Values(8000, 16000, 32000, 48000));
 
 }  // namespace

@@ -34,20 +34,20 @@ using Layout = std::tuple<int, int, int>;  // rate, near channels, far channels
 
 class EchoRemoval : public testing::TestWithParam<Layout> {};
 
-// A 15 ms room (within the filter's 1024 taps at every rate), 6 s of noise on the loudspeaker.
+// A 15 ms room (within the filter's 1024 taps at every rate), 4 s of noise on the loudspeaker.
 TEST_P(EchoRemoval, BothPathsReachTheirFloorsAndTheSuppressorAdds) {
     testkit::Scenario s;
     std::tie(s.rate, s.near_channels, s.far_channels) = GetParam();
-    s.seconds = 6.0;
+    s.seconds = 4.0;
     s.path_ms = 15.0;
     const testkit::Recording in = testkit::noise_echo(s);
-    const double full = tail_erle(in, Mode::kFull, 2.0);
-    const double linear = tail_erle(in, Mode::kLinear, 2.0);
+    const double full = tail_erle(in, Mode::kFull, 1.5);
+    const double linear = tail_erle(in, Mode::kLinear, 1.5);
     printf("ERLE %5d Hz %dx%d: full %.1f dB, linear %.1f dB\n", s.rate, s.near_channels,
            s.far_channels, full, linear);
-    EXPECT_GE(full, 50.0);
+    EXPECT_GE(full, 45.0);
     EXPECT_GE(linear, 22.0);
-    EXPECT_GT(full, linear + 20.0);
+    EXPECT_GT(full, linear + 15.0);
 }
 
 INSTANTIATE_TEST_SUITE_P(RatesAndLayouts, EchoRemoval,
