@@ -56,7 +56,8 @@ format:
 clean:
 	rm -rf build
 
-# ThreadSanitizer: the threaded test and the suites of the process-wide state only.
+# ThreadSanitizer: the threaded tests (the API's and `qenaec tune`'s) and the suites of the
+# process-wide state only.
 .PHONY: test-tsan
 test-tsan: setup
 	cmake --preset tsan
@@ -85,13 +86,14 @@ fuzz: fuzz-build
 fuzz-smoke: fuzz-build
 	ctest --preset fuzz
 
-# Quality evaluation: speech scenarios through the built library and an NLMS baseline;
+# Quality evaluation: speech scenarios through the built library and an NLMS baseline, and
+# `qenaec tune` on two of them;
 # writes eval/out/report.html and eval/out/results.json.
 .PHONY: eval
 eval:
 	@scripts/setup.sh python3-matplotlib
 	cmake --preset release
-	cmake --build --preset release -j $(JOBS) --target qenaec
+	cmake --build --preset release -j $(JOBS) --target qenaec qenaec_cli
 	QENAEC_LIBRARY=$(CURDIR)/build/release/src/libqenaec.so /usr/bin/python3 eval/run.py
 
 # Benchmarks (release build): timings, then the deterministic instruction count per frame.
@@ -111,3 +113,17 @@ bench-instructions: setup
 bench-outputs: setup
 	cmake --preset release
 	@bench/compare_outputs.sh $(or $(BASE),main)
+
+# The same on the ARMv7 builds under qemu-arm (a few minutes): BASE must have the ARM engine.
+.PHONY: bench-outputs-arm
+bench-outputs-arm: setup armhf-setup
+	cmake --preset armhf
+	@ARM=1 bench/compare_outputs.sh $(or $(BASE),main)
+
+# ARM instructions per frame under qemu-arm in the armhf release tree: Run at 16 and 48 kHz,
+# the FFT pair and the floor (bench/arm_instructions.sh; several minutes).
+.PHONY: bench-arm
+bench-arm: setup armhf-setup
+	cmake --preset armhf
+	cmake --build --preset armhf -j $(JOBS) --target qenaec_run_frames
+	@bench/arm_instructions.sh

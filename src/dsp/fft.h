@@ -8,6 +8,10 @@
 
 #include "dims.h"
 
+#if defined(QENAEC_FFT_NE10)
+// ARM: Ne10's own types, result codes and the two process-wide entry points it declares.
+#include <NE10_dsp.h>
+#else
 struct ne10_fft_cpx_float32_t {
     float r;
     float i;
@@ -20,13 +24,6 @@ typedef fft_plan_t *ne10_fft_r2c_cfg_float32_t;
 typedef int ne10_result_t;
 enum : ne10_result_t { NE10_OK = 0, NE10_ERR = -1 };
 
-struct FFTHandle_t {
-    ne10_fft_cpx_float32_t fft_Ne10_out[kAecBins];
-    ne10_fft_r2c_cfg_float32_t fft_Ne10_cfg;
-    int is_fft_init;
-    int fftSize;
-};
-
 // Process-wide engine entry points, installed by ne10_init.
 typedef void (*ne10_fft_r2c_fn)(ne10_fft_cpx_float32_t *out, const float *in,
                                 ne10_fft_r2c_cfg_float32_t cfg);
@@ -34,6 +31,14 @@ typedef void (*ne10_fft_c2r_fn)(float *out, const ne10_fft_cpx_float32_t *in,
                                 ne10_fft_r2c_cfg_float32_t cfg);
 extern ne10_fft_r2c_fn ne10_fft_r2c_1d_float32;
 extern ne10_fft_c2r_fn ne10_fft_c2r_1d_float32;
+#endif
+
+struct FFTHandle_t {
+    ne10_fft_cpx_float32_t fft_Ne10_out[kAecBins];
+    ne10_fft_r2c_cfg_float32_t fft_Ne10_cfg;
+    int is_fft_init;
+    int fftSize;
+};
 
 unsigned int FFT_GetBufferSize(unsigned int nfft);
 void fft_init(FFTHandle_t *handle);

@@ -1,5 +1,5 @@
-// The library allocates nothing on the frame path, and frees what it allocates to read the
-// message-level file before the call returns. A malloc interposer counts.
+// The library allocates nothing on the frame path, nothing in set-up but the message-level
+// file's buffer, and frees that before the call returns. A malloc interposer counts.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -106,6 +106,19 @@ TEST_F(Allocations, SetUpCallsFreeWhatTheyTakeBeforeReturning) {
     EXPECT_EQ(c.second, 0u);
     c = count([&] { QenAec_Free(h); });
     EXPECT_EQ(c.first, 0);
+}
+
+// With no message-level file to read, set-up allocates nothing at all: the FFT plan is
+// built in the caller's block, whichever engine the target runs.
+TEST_F(Allocations, SetUpWithoutAMessageFileAllocatesNothing) {
+    qtest::ScopedEnv no_file{"DML_PATH", dir_.path() + "/absent.json"};
+    std::vector<char> block(QenAec_GetBufferSize());
+    AudioAecInit init = {128, 2, 2, QEN_AEC_SAMPLE_RATE_48000};
+    AEC_HANDLE h = nullptr;
+    EXPECT_EQ(count([&] { h = QenAec_Init(block.data(), &init); }).first, 0);
+    ASSERT_NE(h, nullptr);
+    EXPECT_EQ(count([&] { h = QenAec_Reset(block.data(), &init); }).first, 0);
+    QenAec_Free(h);
 }
 
 TEST_F(Allocations, AThousandFramesAllocateNothing) {

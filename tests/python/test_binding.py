@@ -1,8 +1,13 @@
 """The Python binding against the built library: shapes, padding, stream continuity, the
-mapping of every failure to a named code, settings round trips, and that echo is removed
-in each mode through it (a swapped or mis-strided buffer would not remove it)."""
+mapping of every failure to a named code, settings round trips and tuning results, the
+library's messages on the `qenaec` logger, and that echo is removed in each mode through it
+(a swapped or mis-strided buffer would not remove it)."""
+import ctypes
+import os
 import pathlib
 import re
+import sys
+import tempfile
 import unittest
 
 import numpy as np
@@ -102,6 +107,88 @@ class Settings(unittest.TestCase):
                     aec.set_recursive_ratio(ratio)
                 outs.append(aec.process(near, far))
         self.assertFalse(np.array_equal(outs[0], outs[1]))
+
+
+    def test_a_tuning_result_installs_as_process_config_does(self):
+        near, far = echo_pair()
+        tuned = {"erle_db": 30.5, "intensity": [5, 4, 25, 5, 10, 10, 1],
+                 "edges": [4, 6, 30, 49, 50, 60], "ratio": 4}
+        with qenaec.Canceller(16000) as aec:
+            plain = aec.process(near, far)
+        with qenaec.Canceller(16000) as aec:
+            aec.config(comfort_noise_enable=0, suppression_mode_freq=tuned["edges"],
+                       suppression_mode_intensity=tuned["intensity"])
+            aec.set_recursive_ratio(tuned["ratio"])
+            by_calls = aec.process(near, far)
+        for config in (tuned, {"default": {"ratio": 1}, "tuned": tuned}):
+            with qenaec.Canceller(16000, config=config) as aec:
+                np.testing.assert_array_equal(aec.process(near, far), by_calls)
+        self.assertFalse(np.array_equal(by_calls, plain))
+
+    def test_a_broken_tuning_result_is_refused(self):
+        cases = [({"intensity": [1] * 6}, ValueError), ({"edges": [4, 6, 30, 49, 50, 60.5]},
+                                                        ValueError),
+                 ({"ratio": True}, ValueError), ({"ratios": 2}, ValueError),
+                 ({"intensity": [26, 0, 0, 0, 0, 0, 0]}, qenaec.QenAecError),
+                 ({"ratio": 11}, qenaec.QenAecError)]
+        for config, error in cases:
+            with self.subTest(config=config), self.assertRaises(error):
+                qenaec.Canceller(16000, config=config)
+
+
+def printed_on_stdout(call):
+    """What `call` leaves on file descriptor 1, below Python's own sys.stdout."""
+    sys.stdout.flush()
+    with tempfile.TemporaryFile() as capture:
+        saved = os.dup(1)
+        os.dup2(capture.fileno(), 1)
+        try:
+            call()
+        finally:
+            ctypes.CDLL(None).fflush(None)
+            os.dup2(saved, 1)
+            os.close(saved)
+        capture.seek(0)
+        return capture.read().decode()
+
+
+class Messages(unittest.TestCase):
+    """The library's lines go to the `qenaec` logger, never to the process's output."""
+
+    def setUp(self):
+        self.saved = os.environ.pop("DML_PATH", None)
+
+    def tearDown(self):
+        os.environ.pop("DML_PATH", None)
+        if self.saved is not None:
+            os.environ["DML_PATH"] = self.saved
+
+    def refused_config(self):
+        with qenaec.Canceller(16000) as aec, self.assertRaises(qenaec.QenAecError):
+            aec.config(suppression_mode_intensity=(0, 0, 0, 26, 0, 0, 0))
+
+    def test_quiet_as_the_tool_unless_told_and_errors_are_errors(self):
+        with self.assertLogs("qenaec", "DEBUG") as logs:
+            self.assertEqual(printed_on_stdout(self.refused_config), "")
+        self.assertEqual([r.levelname for r in logs.records], ["ERROR"])
+        self.assertIn("SuppMode only support [0~25]", logs.records[0].getMessage())
+        self.assertNotIn("DML_PATH", os.environ)
+
+    def test_a_chosen_level_sends_the_banner_to_debug(self):
+        with tempfile.NamedTemporaryFile("w", suffix=".json") as level:
+            level.write('{"debug_level": 7}')
+            level.flush()
+            os.environ["DML_PATH"] = level.name
+            with self.assertLogs("qenaec", "DEBUG") as logs:
+                self.assertEqual(printed_on_stdout(self.refused_config), "")
+        by_level = {}
+        for r in logs.records:
+            by_level.setdefault(r.levelname, []).append(r.getMessage())
+        self.assertTrue(any("NEON ENABLE" in m for m in by_level["DEBUG"]), by_level)
+        self.assertEqual(by_level["DEBUG"].count("-" * 80), 2)
+        self.assertIn("ALGO_MSG_WRN", by_level["DEBUG"])
+        self.assertEqual(set(by_level), {"DEBUG", "ERROR"})
+        self.assertEqual(len(by_level["ERROR"]), 1)
 
 
 class Processing(unittest.TestCase):

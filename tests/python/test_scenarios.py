@@ -1,5 +1,6 @@
 """The evaluation's signal sources: speech levels, the image-source room, the scenarios'
-geometry and determinism, and the NLMS baseline."""
+geometry and determinism, the NLMS baseline, and the recordings and front of the tuning
+section."""
 import unittest
 
 import numpy as np
@@ -8,6 +9,8 @@ import nlms
 import room
 import scenarios
 import speech
+import tune_recordings
+import tuning
 
 
 def lag_of(x, y, max_lag):
@@ -134,3 +137,23 @@ class Baseline(unittest.TestCase):
 
 if __name__ == "__main__":
     unittest.main()
+
+
+class TuneRecordings(unittest.TestCase):
+    def test_echo_recording_is_the_scenario_and_the_talker_speaks_alone(self):
+        sc = scenarios.scenario("fe_single", seconds=3.0)
+        mic, ref, talker = tune_recordings.recordings(sc, 16000)
+        whole = scenarios.build(sc, 16000)
+        np.testing.assert_array_equal(mic, whole["mic"])
+        np.testing.assert_array_equal(ref, whole["far"])
+        self.assertEqual(len(talker), len(mic))
+        # The talker arrives at the talkers' level; the silent loudspeaker adds nothing.
+        self.assertAlmostEqual(speech.level_dbov(talker.astype(float), 16000),
+                               scenarios.TALKER_DBOV, delta=1.0)
+
+    def test_front_keeps_exactly_the_points_nothing_beats(self):
+        rng = np.random.default_rng(3)
+        points = [tuple(p) for p in np.round(rng.uniform(0, 10, (200, 2)), 1)]
+        front = tuning.front(points)
+        beaten = lambda p: any(q != p and q[0] <= p[0] and q[1] >= p[1] for q in points)
+        self.assertEqual(sorted(set(p for p in points if not beaten(p))), front)

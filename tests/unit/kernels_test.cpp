@@ -476,20 +476,25 @@ TEST(Fft, ForwardIsTheDftInThePackedLayoutAndInverseUndoesIt) {
     impulse[0] = 1.0f;
     std::fill_n(ones.begin(), 256, 1.0f);
     x[256] = x[257] = 0.0f;
+    // At both float offsets of an 8-byte pair: arrays need only float alignment.
     for (const auto &in : {impulse, ones, x}) {
-        std::vector<float> a = in;
-        f.run(1, a.data());
-        for (int k = 0; k <= 128; ++k) {
-            const cd want = dft(in, k);
-            ASSERT_NEAR(a[2 * k], want.real(), 2e-6 * 1e4 * 256) << "bin " << k;
-            ASSERT_NEAR(a[2 * k + 1], want.imag(), 2e-6 * 1e4 * 256) << "bin " << k;
+        for (int offset : {0, 1}) {
+            std::vector<float> storage(259);
+            float *a = storage.data() + offset;
+            std::copy(in.begin(), in.end(), a);
+            f.run(1, a);
+            for (int k = 0; k <= 128; ++k) {
+                const cd want = dft(in, k);
+                ASSERT_NEAR(a[2 * k], want.real(), 2e-6 * 1e4 * 256) << "bin " << k;
+                ASSERT_NEAR(a[2 * k + 1], want.imag(), 2e-6 * 1e4 * 256) << "bin " << k;
+            }
+            f.run(-1, a);
+            for (int t = 0; t < 256; ++t) {
+                ASSERT_NEAR(a[t], in[t], 1e-6 * 1e4) << "sample " << t;
+            }
+            EXPECT_EQ(a[256], 0.0f);
+            EXPECT_EQ(a[257], 0.0f);
         }
-        f.run(-1, a.data());
-        for (int t = 0; t < 256; ++t) {
-            ASSERT_NEAR(a[t], in[t], 1e-6 * 1e4) << "sample " << t;
-        }
-        EXPECT_EQ(a[256], 0.0f);
-        EXPECT_EQ(a[257], 0.0f);
     }
     EXPECT_EQ(impulse[0], 1.0f);
     std::vector<float> a = x;
@@ -514,6 +519,26 @@ TEST(Fft, InverseIsTheScaledInverseDft) {
         ASSERT_NEAR(a[t], s.real() / 256, 1e-5) << "sample " << t;
     }
 }
+
+#if defined(QENAEC_FFT_NE10)
+// The plan built in the caller's area is the one Ne10's own allocator builds with malloc.
+TEST(Fft, PlanInTheAreaIsNe10sOwn) {
+    Fft f;
+    const ne10_fft_r2c_state_float32_t *mine = f.h.fft_Ne10_cfg;
+    ne10_fft_r2c_cfg_float32_t own = ne10_fft_alloc_r2c_float32(256);
+    ASSERT_NE(own, nullptr);
+    EXPECT_EQ(mine->ncfft, own->ncfft);
+    EXPECT_EQ(memcmp(mine->factors, own->factors, sizeof(ne10_int32_t) * 2 * NE10_MAXFACTORS), 0);
+    size_t twiddles = 0;  // stage s > 0 of radix r and sub-length m has m (r - 1)
+    for (int stage = 1; stage < own->factors[0]; ++stage) {
+        twiddles += own->factors[2 * stage + 1] * (own->factors[2 * stage] - 1);
+    }
+    EXPECT_EQ(memcmp(mine->twiddles, own->twiddles, sizeof(ne10_fft_cpx_float32_t) * twiddles), 0);
+    EXPECT_EQ(
+        memcmp(mine->super_twiddles, own->super_twiddles, sizeof(ne10_fft_cpx_float32_t) * 64), 0);
+    ne10_fft_destroy_r2c_float32(own);
+}
+#endif
 
 // ---- stream tools --------------------------------------------------------------------------
 
