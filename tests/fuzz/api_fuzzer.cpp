@@ -3,9 +3,9 @@
 // samples or full-scale squares, DC, alternating extremes, impulses, noise, silence, an echo of
 // the far end), null pointers where the API accepts them. A model of each instance predicts
 // every return code; the harness aborts on a code it did not predict, a refused Init that
-// touched its block, a refused frame that touched its buffer, stereo output channels that
-// differ, and (through ASan poisoning) any access outside the QenAec_GetBufferSize() bytes of a
-// block. The committed seeds are short sequences of this layout; libFuzzer grows them.
+// touched its block, a refused frame that touched its buffer, any frame that touched the far
+// end, stereo output channels that differ, and (through ASan poisoning) any access outside the
+// QenAec_GetBufferSize() bytes of a block. The committed seeds are short sequences of this layout; libFuzzer grows them.
 #if __has_include(<sanitizer/asan_interface.h>)
 #include <sanitizer/asan_interface.h>
 #endif
@@ -252,7 +252,7 @@ void frames(Input &in, Slot &s, bool null_handle, int mode, int count, int *budg
                 near[i * nch + ch] = sample(near_src, t + ch * 7, x);
             }
         }
-        const std::vector<short> near_in = near;
+        const std::vector<short> near_in = near, far_in = far;
         const ALGO_AEC_RET ok = h == nullptr ? kMinusOne : ALGO_AEC_RET_SUCCESS;
         const ALGO_AEC_RET linear_ok = s.state == State::kLive ? ok : kMinusOne;
         ALGO_AEC_RET got;
@@ -268,6 +268,7 @@ void frames(Input &in, Slot &s, bool null_handle, int mode, int count, int *budg
             EXPECT_CODE(got, ok);
         }
         EXPECT_TRUE(got == ALGO_AEC_RET_SUCCESS || near == near_in);  // refused: untouched
+        EXPECT_TRUE(far == far_in);
         for (uint32_t i = 0; got == ALGO_AEC_RET_SUCCESS && nch == 2 && i < 128; ++i) {
             EXPECT_TRUE(near[2 * i] == near[2 * i + 1]);
         }
