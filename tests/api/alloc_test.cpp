@@ -108,17 +108,19 @@ TEST_F(Allocations, SetUpCallsFreeWhatTheyTakeBeforeReturning) {
     EXPECT_EQ(c.first, 0);
 }
 
-// With no message-level file to read, set-up allocates nothing at all: the FFT plan is
-// built in the caller's block, whichever engine the target runs.
+// With no message-level file to read (none, or an empty one), set-up allocates nothing at all:
+// the FFT plan is built in the caller's block, whichever engine the target runs.
 TEST_F(Allocations, SetUpWithoutAMessageFileAllocatesNothing) {
-    qtest::ScopedEnv no_file{"DML_PATH", dir_.path() + "/absent.json"};
-    std::vector<char> block(QenAec_GetBufferSize());
-    AudioAecInit init = {128, 2, 2, QEN_AEC_SAMPLE_RATE_48000};
-    AEC_HANDLE h = nullptr;
-    EXPECT_EQ(count([&] { h = QenAec_Init(block.data(), &init); }).first, 0);
-    ASSERT_NE(h, nullptr);
-    EXPECT_EQ(count([&] { h = QenAec_Reset(block.data(), &init); }).first, 0);
-    QenAec_Free(h);
+    for (const std::string &file : {dir_.path() + "/absent.json", dir_.write_file("e.json", "")}) {
+        qtest::ScopedEnv dml{"DML_PATH", file};
+        std::vector<char> block(QenAec_GetBufferSize());
+        AudioAecInit init = {128, 2, 2, QEN_AEC_SAMPLE_RATE_48000};
+        AEC_HANDLE h = nullptr;
+        EXPECT_EQ(count([&] { h = QenAec_Init(block.data(), &init); }).first, 0) << file;
+        ASSERT_NE(h, nullptr);
+        EXPECT_EQ(count([&] { h = QenAec_Reset(block.data(), &init); }).first, 0) << file;
+        QenAec_Free(h);
+    }
 }
 
 TEST_F(Allocations, AThousandFramesAllocateNothing) {

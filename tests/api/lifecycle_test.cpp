@@ -1,7 +1,8 @@
 // The public API's invariants, through the header and the shared object only (every layout's
-// set-up in e2e and the fuzzer's corpus): Config all or nothing, what Reset restores and keeps, the
-// frame buffers, saturation, comfort noise, the dump files and the caller's floating-point mode.
-// Refusals, with their messages and codes, are in unit/messages_test and the fuzzer's corpus.
+// set-up in e2e and the fuzzer's corpus): Init on a block of garbage, Config all or nothing, what
+// Reset restores and keeps, the frame buffers, saturation, comfort noise, the dump files and the
+// caller's floating-point mode. Refusals, with their messages and codes, are in unit/messages_test
+// and the fuzzer's corpus.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -63,6 +64,28 @@ Pcm channel(const Pcm &x, int channels, int ch) {
         c.push_back(x[i]);
     }
     return c;
+}
+
+// Init needs no cleared block: on one full of garbage (NaN patterns, large floats) every layout
+// and mode gives the output it gives on a zeroed one.
+TEST(Lifecycle, InitNeedsNoClearedBlock) {
+    for (int rate : {8000, 16000, 32000, 48000}) {
+        for (testkit::Layout l :
+             {testkit::Layout{rate, 1, 1}, {rate, 1, 2}, {rate, 2, 1}, {rate, 2, 2}}) {
+            const testkit::Recording rec = scene(l, 0.3);
+            for (Mode mode : {Mode::kFull, Mode::kLinear, Mode::kSplit}) {
+                const testkit::Instance zeroed(l);
+                std::vector<char> block(QenAec_GetBufferSize(), mode == Mode::kFull ? 0x5A : -1);
+                AudioAecInit init = {128, uint32_t(l.near_channels), uint32_t(l.far_channels),
+                                     static_cast<QEN_AEC_SAMPLE_RATE>(rate)};
+                ASSERT_EQ(QenAec_Init(block.data(), &init), block.data());
+                EXPECT_TRUE(run(block.data(), rec, mode) == run(zeroed.handle(), rec, mode))
+                    << rate << " Hz " << l.near_channels << "x" << l.far_channels << " "
+                    << testkit::mode_name(mode);
+                QenAec_Free(block.data());
+            }
+        }
+    }
 }
 
 // A refused record changes nothing, neither what GetConfig reads back nor the output; an
