@@ -11,6 +11,7 @@
 #include <random>
 #include <vector>
 
+#include "core/linear_stage.h"
 #include "core/nlp.h"
 #include "dsp/comfort_noise.h"
 #include "dsp/fft.h"
@@ -518,6 +519,27 @@ TEST(Fft, InverseIsTheScaledInverseDft) {
         }
         ASSERT_NEAR(a[t], s.real() / 256, 1e-5) << "sample " << t;
     }
+}
+
+// The noise floor's start-up estimate serves mult times as many blocks at mult times the rate.
+TEST(NlpKernels, NoiseFloorStartUpLastsInProportionToTheRate) {
+    Fft f;
+    const std::vector<float> pair = noise(256, -3000, 3000, 55);
+    std::vector<float> scratch(258);
+    const int mults[3] = {1, 2, 6};  // 8, 16 and 48 kHz
+    int blocks[3] = {};
+    for (int i = 0; i < 3; ++i) {
+        std::vector<float> pow(kBins), min(kBins), init(kBins);
+        float *floor = nullptr;
+        int ctr = 0;
+        const noise_floor_t view = {pow.data(), min.data(), init.data(), &floor, &ctr};
+        do {
+            noise_floor_update({&f.h, f.ip, f.w}, pair.data(), scratch.data(), mults[i], view);
+        } while (floor == init.data() && ++blocks[i] < 100000);
+    }
+    EXPECT_GT(blocks[0], 1);
+    EXPECT_EQ(blocks[1], 2 * blocks[0]);
+    EXPECT_EQ(blocks[2], 6 * blocks[0]);
 }
 
 #if defined(QENAEC_FFT_NE10)
