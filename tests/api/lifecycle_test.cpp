@@ -67,7 +67,7 @@ Pcm channel(const Pcm &x, int channels, int ch) {
 }
 
 // Init needs no cleared block: on one full of garbage (NaN patterns, large floats) every layout
-// and mode gives the output it gives on a zeroed one.
+// and mode reads back the same settings and gives the output it gives on a zeroed one.
 TEST(Lifecycle, InitNeedsNoClearedBlock) {
     for (int rate : {8000, 16000, 32000, 48000}) {
         for (testkit::Layout l :
@@ -79,6 +79,7 @@ TEST(Lifecycle, InitNeedsNoClearedBlock) {
                 AudioAecInit init = {128, uint32_t(l.near_channels), uint32_t(l.far_channels),
                                      static_cast<QEN_AEC_SAMPLE_RATE>(rate)};
                 ASSERT_EQ(QenAec_Init(block.data(), &init), block.data());
+                EXPECT_TRUE(same(config_of(block.data()), config_of(zeroed.handle())));
                 EXPECT_TRUE(run(block.data(), rec, mode) == run(zeroed.handle(), rec, mode))
                     << rate << " Hz " << l.near_channels << "x" << l.far_channels << " "
                     << testkit::mode_name(mode);
