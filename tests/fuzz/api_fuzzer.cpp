@@ -5,7 +5,8 @@
 // every return code; the harness aborts on a code it did not predict, a refused Init that
 // touched its block, a refused frame that touched its buffer, any frame that touched the far
 // end, stereo output channels that differ, and (through ASan poisoning) any access outside the
-// QenAec_GetBufferSize() bytes of a block. The committed seeds are short sequences of this layout; libFuzzer grows them.
+// QenAec_GetBufferSize() bytes of a block. The committed seeds are short sequences of this
+// layout; libFuzzer grows them.
 #if __has_include(<sanitizer/asan_interface.h>)
 #include <sanitizer/asan_interface.h>
 #endif
