@@ -5,6 +5,8 @@
 // messages of a level print only when its bit is set, "always" ones (null handles) whatever
 // the mask, the FFT wrapper's unconditionally and without the prefix, the adaptive filter's on
 // standard error. "@" in a text stands for a value the call reports (a size, a path, a pointer).
+// Not in the table, because nothing can fail there: "Initialization Error at Line" (the core
+// set-up) and the two lines of ne10_init (the engine is chosen at build time).
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -15,6 +17,7 @@
 #include <vector>
 
 #include "api/setup.h"
+#include "core/aec_state.h"
 #include "diag/msglevel.h"
 #include "dsp/fft.h"
 #include "instance.h"
@@ -342,6 +345,8 @@ const std::vector<Row> kRows = {
         {kMsg, "[AEC]Setting: [128][8]\r\n"}),
     ROW("Free null", kFail, code(QenAec_Free(nullptr)), {kAlways, kNullBuff}),
     ROW("Free", 0, code(QenAec_Free(c.h))),
+    ROW("VelFuncAec_FreeAec null", -1, Out{VelFuncAec_FreeAec(nullptr)}),
+    ROW("VelFuncAec_FreeAec", 0, Out{VelFuncAec_FreeAec(c.buf())}),
     // ---- the run functions ----
     ROW("Run null", kFail, code(QenAec_Run(nullptr, g_pcm, g_pcm)), {kAlways, kNullBuff}),
     ROW("ADF_Run null", kFail, code(QenAec_ADF_Run(nullptr, g_pcm, g_pcm)), {kAlways, kNullBuff}),
