@@ -133,26 +133,33 @@ TEST(Lifecycle, RecursiveRatioOneIsTheDefaultAndResetKeepsTheRatio) {
     EXPECT_TRUE(run(reset.handle(), rec) == out10);
 }
 
-// Init gives the default bands. After Reset the linear stage starts over exactly as after Init
-// (its first frame repeats the last error, the far-end level lagging a frame), and Reset keeps
-// the delay but restores the default bands and turns comfort noise off.
+// Init gives the default bands. Reset keeps the delay but restores the default bands, comfort
+// noise off, and the linear stage starts over as after Init (its first frame repeats the last
+// error, the far-end level lagging a frame): it forgets a past that differs before that frame.
 TEST(Lifecycle, ResetRestartsTheLinearStageAndKeepsTheDelay) {
     for (int rate : {8000, 48000}) {
         const testkit::Recording rec = scene({rate, 1, 1}, 0.5);
-        const testkit::Instance used({rate, 1, 1});
+        testkit::Recording other = rec;
+        for (size_t t = 0; t + 256 < other.near.size(); ++t) {
+            other.near[t] = static_cast<int16_t>(other.near[t] / 2 + 50);
+        }
+        const testkit::Instance used({rate, 1, 1}), twin({rate, 1, 1}), fresh({rate, 1, 1});
         EXPECT_TRUE(same(config_of(used.handle()), kDefaults));
         AudioAecConfig cfg = {QEN_AEC_TRUE, 77, {3, 8, 20, 40, 60, 100}, {25, 0, 16, 20, 3, 7, 14}};
         ASSERT_EQ(QenAec_Config(used.handle(), &cfg), ALGO_AEC_RET_SUCCESS);
-        const testkit::Instance fresh_at_rate({rate, 1, 1});
         run(used.handle(), rec, Mode::kFull);
+        run(twin.handle(), other, Mode::kFull);
         AudioAecInit init = {128, 1, 1, static_cast<QEN_AEC_SAMPLE_RATE>(rate)};
         ASSERT_EQ(QenAec_Reset(static_cast<char *>(used.handle()), &init), used.handle());
+        ASSERT_EQ(QenAec_Reset(static_cast<char *>(twin.handle()), &init), twin.handle());
         AudioAecConfig want = kDefaults;
         want.delay_sample = 77;
         EXPECT_TRUE(same(config_of(used.handle()), want));
         const Pcm a = run(used.handle(), rec, Mode::kLinear);
-        const Pcm b = run(fresh_at_rate.handle(), rec, Mode::kLinear);
-        EXPECT_TRUE(std::equal(a.begin() + 128, a.end(), b.begin() + 128)) << rate;
+        for (const testkit::Instance *other_aec : {&twin, &fresh}) {
+            const Pcm b = run(other_aec->handle(), rec, Mode::kLinear);
+            EXPECT_TRUE(std::equal(a.begin() + 128, a.end(), b.begin() + 128)) << rate;
+        }
     }
 }
 
