@@ -1,9 +1,5 @@
-// Eight instances on eight threads, each on its own echo scene, every rate and layout, half of
-// them with comfort noise. Set-up and release are serialised by the caller, as the header asks,
-// but overlap the other threads' frames. Without comfort noise each output equals the same
-// instance's output run alone, bit for bit; with it (its table positions are shared by the
-// process) the echo must still be removed. Under the tsan preset this is the check that the
-// process-wide state is race-free.
+// Eight instances on eight threads (set-up serialised): bit-exact to running alone without
+// comfort noise (its table positions are process-wide), echo removed with it; tsan: race-free.
 #include <gtest/gtest.h>
 
 #include <mutex>

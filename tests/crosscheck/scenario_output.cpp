@@ -1,12 +1,6 @@
-// One fixed 10 s echo scene, the same on every target, through the public API: the synthetic
-// echo of the end-to-end tests with a voiced near-end talker from 4 s to 9 s (with echo alone
-// the suppressor's output is almost all zeros, and would match anywhere).
-//   qenaec_crosscheck write DIR
-//       writes near.pcm, far.pcm, run.pcm (QenAec_Run) and adf_run.pcm (QenAec_ADF_Run), raw
-//       16-bit PCM, into DIR.
-//   qenaec_crosscheck compare REFERENCE_DIR DIR FLOOR_DB
-//       writes its own files into DIR and compares them with another target's: the inputs must
-//       be identical, each output within FLOOR_DB of signal-to-difference ratio.
+// One fixed 10 s echo scene with a talker from 4 s (echo alone gives near silence, which matches
+// anywhere). `write DIR` writes the inputs and both outputs as raw PCM; `compare REF DIR FLOOR_DB`
+// also checks identical inputs and each output within FLOOR_DB of REF's.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -24,7 +18,6 @@ namespace {
 using Pcm = std::vector<int16_t>;
 const char *const kNames[4] = {"near.pcm", "far.pcm", "run.pcm", "adf_run.pcm"};
 
-// near, far, run, adf_run.
 std::vector<Pcm> produce() {
     testkit::Scenario s;
     s.seconds = 10.0;
@@ -44,8 +37,7 @@ std::vector<Pcm> produce() {
             in.near[t] = testkit::to_pcm(in.near[t] + kLevel * syllable * syllable * voice);
         }
     }
-    // Run first, then ADF_Run, on every target: comfort noise draws from process-wide table
-    // positions, so the order is part of the scene.
+    // Run before ADF_Run everywhere: comfort noise's table positions are process-wide.
     ALGO_AEC_RET run = ALGO_AEC_RET_SUCCESS, adf = ALGO_AEC_RET_SUCCESS;
     std::vector<Pcm> f = {in.near, in.far, testkit::process(in, testkit::Mode::kFull, {}, &run),
                           testkit::process(in, testkit::Mode::kLinear, {}, &adf)};
@@ -78,9 +70,7 @@ bool compare_output(const char *name, const Pcm &ref, const Pcm &out, double flo
         diff += d * d;
         differing += d != 0;
     }
-    const double snr = ref.size() != out.size() ? -INFINITY
-                       : diff == 0              ? INFINITY
-                                                : 10.0 * std::log10(signal / diff);
+    const double snr = ref.size() != out.size() ? -INFINITY : 10.0 * std::log10(signal / diff);
     std::printf("%-8s %7.1f dB against the reference (floor %.1f), %zu of %zu samples differ\n",
                 name, snr, floor_db, differing, ref.size());
     return snr >= floor_db;

@@ -1,7 +1,5 @@
-// Echo is removed at every rate and channel layout, by the whole pipeline and by the linear
-// stage alone (a near-end talker passing: robust_test); the output lags the input by what each
-// mode says; and after a divergence, with nothing to learn, the linear
-// stage is the DC notch.
+// Echo removed at every layout, full and linear; the output lag per mode; the restart after a
+// divergence.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -61,8 +59,7 @@ INSTANTIATE_TEST_SUITE_P(RatesAndLayouts, EchoRemoval,
 
 class PerRate : public testing::TestWithParam<int> {};
 
-// A loud talker on the microphone and a faint unrelated far end, which every mode passes: the
-// output matches the input best at the lag testkit::output_delay gives.
+// A loud talker and a faint unrelated far end: the output matches best at output_delay's lag.
 TEST_P(PerRate, OutputLagsByTheModesDelay) {
     testkit::Recording rec;
     rec.layout.rate = GetParam();
@@ -90,11 +87,8 @@ TEST_P(PerRate, OutputLagsByTheModesDelay) {
     }
 }
 
-// A converged filter, then one frame with an alternating full-scale far end: the filter
-// diverges, that frame's output is zeroed and the filter starts over empty. With a far end too
-// faint to adapt on after it, the linear stage's output is the near end through the DC notch
-// r (1 - 1/z)^2 / (1 - 2r/z + d/z^2), d = r^2 + 0.7 (1 - r)^2, of the rate's pole radius,
-// started afresh (its pre-emphasis and de-emphasis cancel), truncated to 16 bits.
+// A divergence zeroes its frame and empties the filter; then, with nothing to learn, the linear
+// output is the near end through a fresh DC notch r (1 - 1/z)^2 / (1 - 2r/z + d/z^2).
 TEST_P(PerRate, LinearStageStartsOverAsTheDcNotchAfterADivergence) {
     const int rate = GetParam();
     const double r = rate < 12000 ? 0.9 : rate < 24000 ? 0.982 : 0.992;

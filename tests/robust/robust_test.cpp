@@ -1,8 +1,5 @@
-// Pathological input must not break an instance: after full-scale squares, DC at the rails,
-// alternating extremes, clicks, one end alone and half a minute of digital silence (comfort
-// noise on, stereo), the same instance still removes echo and passes a near-end talker, which
-// a non-finite value left in its state would prevent. And after a burst that forces the
-// adaptive filter's divergence reset, the echo reduction is back within two seconds.
+// After pathological input an instance still removes echo and passes a talker (no non-finite
+// state left); after a forced divergence reset echo reduction is back within two seconds.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -66,8 +63,7 @@ TEST_P(Robust, InstanceStillWorksAfterPathologicalInput) {
         }
     });
     EXPECT_NE(warnings.find("got slapped (reset)"), std::string::npos);
-    // 1.5 s of echo, then 1 s of a talker alone: the echo removed over 1..1.5 s, the talker
-    // within 6 dB over the last half second.
+    // 1.5 s of echo, then 1 s of a talker alone.
     testkit::Scenario s;
     s.rate = rate;
     s.near_channels = s.far_channels = 2;
@@ -90,9 +86,7 @@ TEST_P(Robust, InstanceStillWorksAfterPathologicalInput) {
     EXPECT_LT(std::fabs(10 * std::log10(said / std::max(passed, 1.0))), 6.0);
 }
 
-// A converged echo scene, a 2 s burst (alternating full scale on the loudspeaker, a full-scale
-// square on the microphone) that forces the divergence reset, then the scene again: over
-// 1.5..2 s after the burst the linear stage and the whole pipeline reduce the echo by 20 dB.
+// A converged scene, a 2 s burst that forces the divergence reset, then the scene again.
 TEST_P(Robust, EchoReductionIsBackWithinTwoSecondsOfADivergence) {
     const int rate = GetParam();
     testkit::Scenario s;

@@ -1,7 +1,5 @@
-// Kernels on arrays against mathematics: the 4-lane approximations against the true functions,
-// the spectral kernels against their defining formulas in double precision, the FFT against a
-// direct DFT, and the vector, stream and comfort-noise helpers against plain references. Where
-// a kernel takes a length it runs over odd tails and from misaligned pointers.
+// Kernels on arrays against mathematics (true functions, defining formulas in double, a direct
+// DFT, plain references), over odd tails and from misaligned pointers.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -46,8 +44,6 @@ cd bin(const float *p, int k) {
 // Bin counts with every tail length after the groups of four, and the library's 129.
 const int kBinCounts[] = {1, 2, 3, 4, 7, 129, 130, 131};
 
-// ---- approximations -----------------------------------------------------------------------
-
 template <typename Op>
 std::vector<float> lanes4(Op op, const std::vector<float> &a, const std::vector<float> &b) {
     std::vector<float> out(a.size());
@@ -74,10 +70,8 @@ TEST(Approximations, DivisionAndSquareRootHaveFloatPrecision) {
     }
 }
 
-// vpowq_f32(a, b) is defined as 2^z, z = b log2 a, through the quadratic Q(f) below with
-// n = trunc(z - 0.5), f = z - n, z clamped to [-126.99999, 129]. Its log2 polynomial is within
-// 1e-5 of log2, so with the exact logarithm here the result must lie between the values at
-// z -+ dz (the function only rises with z).
+// vpowq_f32(a, b) = 2^z, z = b log2 a (clamped), through the quadratic Q below; its log2 is
+// within 1e-5, so the result lies between the values at z -+ dz.
 double pow2_by_quadratic(double z) {
     z = std::clamp(z, -126.99999, 129.0);
     const double n = std::trunc(z - 0.5), f = z - n;
@@ -118,8 +112,6 @@ TEST(Approximations, PowerIsTwoToTheExactLogThroughItsQuadratic) {
     EXPECT_NEAR(p[end + 3], 1.0017247f, 1e-6f);  // b = 0 gives Q(0)
 }
 
-// ---- spectral arithmetic of the adaptive filter ---------------------------------------------
-
 TEST(SpectralKernels, PowerSpectrumIsEachBinsSquaredMagnitude) {
     for (int bins : kBinCounts) {
         for (int off : {0, 1}) {
@@ -136,8 +128,7 @@ TEST(SpectralKernels, PowerSpectrumIsEachBinsSquaredMagnitude) {
     }
 }
 
-// acc = sum over partitions of X_i Y_i; in the single-bin tail (bins past the last group of
-// four) the imaginary term lands on float i + 1, the partition index plus one.
+// acc = sum of X_i Y_i; past the last group of four the imaginary term lands on float i + 1.
 TEST(SpectralKernels, MulAccumSumsComplexProductsWithTheTailQuirk) {
     for (int bins : kBinCounts) {
         for (int M : {0, 1, 3, 8, 9, 17}) {
@@ -189,8 +180,6 @@ TEST(SpectralKernels, WeightedConjugateProductIsPTimesWTimesConjXTimesY) {
     }
 }
 
-// ---- kernels of the nonlinear stage (129 bins: 32 groups of four and the Nyquist bin) -------
-
 struct Psd {
     std::vector<float> sd, se, sy, sde, syd;
     explicit Psd(unsigned seed)
@@ -205,8 +194,7 @@ struct Psd {
     }
 };
 
-// Each smoothed spectrum S moves towards this frame's value v by (ratio - 0.03) of the gap;
-// the reference power is floored at 15 first.
+// Each spectrum moves (ratio - 0.03) of the way to this frame's; the reference floored at 15.
 TEST(NlpKernels, SmoothingMovesEverySpectrumTowardsThisFrame) {
     const std::vector<float> d = noise(2 * kBins, -3000, 3000, 1),
                              e = noise(2 * kBins, -3000, 3000, 2);
@@ -261,10 +249,8 @@ TEST(NlpKernels, CoherencesAndGains) {
     }
 }
 
-// Gains above the feedback gain are blended towards it by the weight, then raised to the
-// overdrive of their band times the curve: through the approximate power in bins 0..127, the
-// exact one in bin 128. Band b ends at edge b; an edge equal to the one before it is never
-// reached, and the seventh band runs to bin 128 whatever follows the six edges in memory.
+// Gains above the feedback gain are blended towards it, then raised to band overdrive x curve
+// (approximate power below bin 128); equal edges make an empty band, the seventh runs to 128.
 TEST(NlpKernels, OverdriveBlendsThenRaisesToTheBandsPower) {
     const uint32_t edge_sets[][7] = {{4, 6, 36, 49, 50, 51, 60},
                                      {10, 10, 20, 30, 40, 126, 60},
@@ -308,9 +294,8 @@ TEST(NlpKernels, SuppressScalesAndConjugatesEveryBin) {
     }
 }
 
-// The noise floor: smoothed power of half the spectrum, a minimum that falls 90% of the way to
-// a lower power (else creeps up by 1.0003), a start-up estimate that takes a lower minimum at
-// once and follows a higher one by 10%.
+// Smoothed power; a minimum that falls 90% of the way (else creeps by 1.0003); a start-up
+// estimate that takes a lower minimum at once and follows a higher one by 10%.
 TEST(NlpKernels, NoiseFloorSmoothsTracksAndFollows) {
     const std::vector<float> spec = noise(2 * kBins, -2000, 2000, 51);
     std::vector<float> pow = noise(kBins, 0, 1e6, 52), min = noise(kBins, 0, 1e6, 53),
@@ -345,10 +330,8 @@ TEST(NlpKernels, DivergenceEntersAtOnceAndLeavesWithAMargin) {
     }
 }
 
-// The gains follow the state: near-end talk (average d-e coherence above 0.98 and echo
-// incoherence above 0.9) takes the d-e coherence; otherwise, before any echo was seen (the
-// incoherence minimum still 1) the echo incoherence with the overdrive pinned to its floor, and
-// after, the smaller of the two. The minimum takes an average below 0.75.
+// Near-end talk takes the d-e coherence; before any echo (minimum still 1) the echo incoherence
+// with the overdrive pinned to its floor, after it the smaller; the minimum takes averages < 0.75.
 TEST(NlpKernels, GainRuleFollowsTalkAndEcho) {
     struct Case {
         float de, yd, min_in, min_out, gain;
@@ -376,8 +359,6 @@ TEST(NlpKernels, GainRuleFollowsTalkAndEcho) {
         EXPECT_EQ(overdrive[6], c.pinned ? 7.0f : 9.0f) << c.de << " " << c.yd;
     }
 }
-
-// ---- vector helpers ------------------------------------------------------------------------
 
 TEST(VectorHelpers, InnerProductOverOddTailsAndMisalignedArrays) {
     for (int n : {0, 1, 3, 4, 5, 7, 128, 131}) {
@@ -441,8 +422,6 @@ TEST(VectorHelpers, SortOrdersUpToFortyEightValuesOnly) {
     EXPECT_EQ(v[47], 60.0f);  // the largest stops at the bound instead of index 59
 }
 
-// ---- real FFT ------------------------------------------------------------------------------
-
 struct Fft {
     std::vector<unsigned char> area = std::vector<unsigned char>(FFT_GetBufferSize(256) + 64, 0xA5);
     FFTHandle_t h{};
@@ -505,22 +484,6 @@ TEST(Fft, ForwardIsTheDftInThePackedLayoutAndInverseUndoesIt) {
     }
 }
 
-// The inverse of a half spectrum (upper bins its mirror image) carries the 1/N itself.
-TEST(Fft, InverseIsTheScaledInverseDft) {
-    Fft f;
-    std::vector<float> a = noise(258, -100, 100, 62);
-    a[1] = a[257] = 0.0f;
-    const std::vector<float> spec = a;
-    f.run(-1, a.data());
-    for (int t = 0; t < 256; ++t) {
-        cd s = bin(spec.data(), 0) + bin(spec.data(), 128) * std::polar(1.0, M_PI * t);
-        for (int k = 1; k < 128; ++k) {
-            s += 2.0 * (bin(spec.data(), k) * std::polar(1.0, 2 * M_PI * k * t / 256)).real();
-        }
-        ASSERT_NEAR(a[t], s.real() / 256, 1e-5) << "sample " << t;
-    }
-}
-
 // The noise floor's start-up estimate serves mult times as many blocks at mult times the rate.
 TEST(NlpKernels, NoiseFloorStartUpLastsInProportionToTheRate) {
     Fft f;
@@ -541,31 +504,6 @@ TEST(NlpKernels, NoiseFloorStartUpLastsInProportionToTheRate) {
     EXPECT_EQ(blocks[1], 2 * blocks[0]);
     EXPECT_EQ(blocks[2], 6 * blocks[0]);
 }
-
-#if defined(QENAEC_FFT_NE10)
-// The plan built in the caller's area is the one Ne10's own allocator builds with malloc.
-TEST(Fft, PlanInTheAreaIsNe10sOwn) {
-    Fft f;
-    const ne10_fft_r2c_state_float32_t *mine = f.h.fft_Ne10_cfg;
-    ne10_fft_r2c_cfg_float32_t own = ne10_fft_alloc_r2c_float32(256);
-    ASSERT_NE(own, nullptr);
-    EXPECT_EQ(mine->ncfft, own->ncfft);
-    // The stage count, the first stride and each stage's radix and length; Ne10 leaves the
-    // rest of its array as it found it.
-    const size_t used = sizeof(ne10_int32_t) * 2 * (own->factors[0] + 1);
-    EXPECT_EQ(memcmp(mine->factors, own->factors, used), 0);
-    size_t twiddles = 0;  // stage s > 0 of radix r and sub-length m has m (r - 1)
-    for (int stage = 1; stage < own->factors[0]; ++stage) {
-        twiddles += own->factors[2 * stage + 1] * (own->factors[2 * stage] - 1);
-    }
-    EXPECT_EQ(memcmp(mine->twiddles, own->twiddles, sizeof(ne10_fft_cpx_float32_t) * twiddles), 0);
-    EXPECT_EQ(
-        memcmp(mine->super_twiddles, own->super_twiddles, sizeof(ne10_fft_cpx_float32_t) * 64), 0);
-    ne10_fft_destroy_r2c_float32(own);
-}
-#endif
-
-// ---- stream tools --------------------------------------------------------------------------
 
 TEST(Stream, LoaderSlidesThenLoadsOneChannelWithoutScaling) {
     const short pcm[8] = {1000, -1, 2000, -2, 3000, -3, 4000, -4};
@@ -618,10 +556,8 @@ TEST(Stream, OutputStageSaturatesTruncatesAndDuplicates) {
     }
 }
 
-// ---- comfort noise -------------------------------------------------------------------------
-
-// Bin j gets the unit phasor of the table position in turn times sqrt(g p) 2^shift (conjugated),
-// with g = 0.9999 - (|X_j| - min) / (max - min) (at least 0) and p the noise power floored.
+// Bin j adds the table's phasor (conjugated) x sqrt(g p) 2^shift, g = 0.9999 - the bin's
+// normalised magnitude, p the floored noise power.
 void expect_comfort_noise(const std::vector<float> &in, const std::vector<float> &noise_pow,
                           float min_pwr, int shift, int start) {
     comfort_noise_set_positions(start, 0);
@@ -667,8 +603,6 @@ TEST(ComfortNoise, AddsFloorShapedNoiseWeightedTowardsTheWeakBins) {
     expect_comfort_noise(spec, pow, 1e-3f, 2, 1000);  // most powers under the floor; wraps
     expect_comfort_noise(flat, pow, 2e-4f, -2, 1023);
 }
-
-// ---- adaptive-filter helpers ---------------------------------------------------------------
 
 // prop_i = 0.99 (sqrt(1 + |W_i|^2) + 0.1 max) / (1 + sum of the numerators).
 TEST(MdfHelpers, ProportionalWeightsFollowPartitionEnergy) {

@@ -1,12 +1,6 @@
-// Every message the library prints and every code it returns, as one table. The texts are
-// written once, exactly; a row's call goes through the public API, or through the documented
-// entry point that owns the message where the API cannot reach it. Each row runs under every
-// accepted message mask (1, 3, 7, 15), each time on an instance set up under that mask:
-// messages of a level print only when its bit is set, "always" ones (null handles) whatever
-// the mask, the FFT wrapper's unconditionally and without the prefix, the adaptive filter's on
-// standard error. "@" in a text stands for a value the call reports (a size, a path, a pointer).
-// Not in the table, because nothing can fail there: "Initialization Error at Line" (the core
-// set-up) and the two lines of ne10_init (the engine is chosen at build time).
+// Every message and return code, one table, each row under every accepted mask (1, 3, 7, 15).
+// "@" stands for a value the call reports. Left out, as nothing can fail there: "Initialization
+// Error at Line" and ne10_init's two lines.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -26,7 +20,7 @@
 
 namespace {
 
-// kAnnounce and kSetUp stand for the lines Init prints before its checks and after them.
+// kRaw: unconditional, no prefix. kAnnounce, kSetUp: the lines Init prints before, after checks.
 enum Level {
     kErr = 1,
     kWrn = 2,
@@ -49,7 +43,6 @@ struct Ctx {
     const qtest::TempDir &dir;
     aec_workingbuf_t *buf() const { return static_cast<aec_workingbuf_t *>(h); }
 };
-
 struct Out {
     int64_t code;
     std::string arg = "";  // replaces the "@" of the texts
@@ -64,10 +57,6 @@ struct Row {
 
 constexpr int64_t kFail = static_cast<uint32_t>(-1);  // -1: all bits set
 constexpr int64_t kNull = 0, kHandle = 1;             // what Init and Reset return
-
-int64_t as_code(ALGO_AEC_RET r) {
-    return static_cast<uint32_t>(r);
-}
 
 std::vector<Msg> operator+(std::vector<Msg> a, const std::vector<Msg> &b) {
     a.insert(a.end(), b.begin(), b.end());
@@ -113,7 +102,7 @@ AudioAecConfig g_cfg;
 AudioAecInit g_rec;
 
 Out code(ALGO_AEC_RET r) {
-    return {as_code(r)};
+    return {static_cast<uint32_t>(r)};
 }
 
 AEC_HANDLE freed(const Ctx &c) {
@@ -136,16 +125,16 @@ Out versions() {
     return out;
 }
 
+Out check_record(const Ctx &c, AudioAecInit rec) {
+    return code(_QenAec_CheckAudioAecInitElement(&rec, c.mask));
+}
+
 // Init or Reset of the instance's block with `rec`; `null` 1 passes no block, 2 no record.
 Out setup(const Ctx &c, AudioAecInit rec, AEC_HANDLE (*call)(char *, AudioAecInit *) = QenAec_Init,
           int null = 0) {
     const AEC_HANDLE got =
         call(null == 1 ? nullptr : static_cast<char *>(c.h), null == 2 ? nullptr : &rec);
     return {got == nullptr ? kNull : got == c.h ? kHandle : 2};
-}
-
-Out check_record(const Ctx &c, AudioAecInit rec) {
-    return code(_QenAec_CheckAudioAecInitElement(&rec, c.mask));
 }
 
 // Config with the defaults, one field of them changed: kCng, kEdge + k, kMode + k; or kGood,
@@ -164,10 +153,6 @@ Out config(const Ctx &c, int field, uint32_t value) {
         cfg.suppression_mode_freq[field - kEdge] = value;
     }
     return code(QenAec_Config(c.h, &cfg));
-}
-
-void broken(const Ctx &c) {
-    c.buf()->aec_data_property.nearend_channel = 5;
 }
 
 Out set_modes(const Ctx &c, unsigned int m3) {
@@ -212,10 +197,6 @@ std::string dir_of_length(const qtest::TempDir &base, size_t length) {
     return path;
 }
 
-FFTHandle_t *fft_of(const Ctx &c) {
-    return &c.buf()->FFT_workingBuff;
-}
-
 Out fft_call(void (*call)(FFTHandle_t *), FFTHandle_t *h) {
     call(h);
     return {h == nullptr ? -1 : h->is_fft_init};
@@ -237,9 +218,9 @@ Out fft_run(const Ctx *c, int isgn, bool no_ip) {
         return {0};
     }
     char text[64];
-    snprintf(text, sizeof text, "%p", static_cast<void *>(fft_of(*c)->fft_Ne10_cfg));
     aec_workingbuf_t *b = c->buf();
-    VEL_rdft(fft_of(*c), 256, isgn, a, no_ip ? nullptr : b->fft_aec_ip,
+    snprintf(text, sizeof text, "%p", static_cast<void *>(b->FFT_workingBuff.fft_Ne10_cfg));
+    VEL_rdft(&b->FFT_workingBuff, 256, isgn, a, no_ip ? nullptr : b->fft_aec_ip,
              no_ip ? b->fft_aec_wfft : nullptr);
     return {0, text};
 }
@@ -257,8 +238,7 @@ const char *const kSetId = "[_QenAec_SetHandleId]Set the aec handle id as ";
 const char *const kSaturate = "Warning! The Microphone data is saturate.\t\n";
 const char *const kAddress = "address = @ is NULL in VEL_rdft\n";
 
-// One row: its name, the code the call returns, the call (an expression of the instance `c`),
-// and the messages it prints.
+// Name, code returned, the call (an expression of the instance `c`), the messages.
 #define ROW(name, code, call, ...)                                                     \
     Row {                                                                              \
         name, code, {__VA_ARGS__}, []([[maybe_unused]] Ctx &c) -> Out { return call; } \
@@ -294,8 +274,9 @@ const std::vector<Row> kRows = {
         {kAlways, kNullConfig}),
     ROW("Config freed", 0x10000413, code(QenAec_Config(freed(c), &g_cfg)),
         {kErr, "[_QenAec_Config]Fail! Need init before QenAec_Config\t\n"}),
-    ROW("Config on a broken stored record", 0x10000405, (broken(c), config(c, 0, 0)),
-        {kErr, kNearMsg}, {kErr, " [_QenAec_Config]Fail! aec init parameter error\t\n"}),
+    ROW("Config on a broken stored record", 0x10000405,
+        (c.buf()->aec_data_property.nearend_channel = 5, config(c, 0, 0)), {kErr, kNearMsg},
+        {kErr, " [_QenAec_Config]Fail! aec init parameter error\t\n"}),
     ROW("Config comfort noise 2", 0x10000409, config(c, kCng, 2),
         {kErr, " [AEC]Fail! Please Config the CngMode!\t2\n"}),
     ROW("Config intensity 26", 0x10000408, config(c, kMode + 6, 26), {kErr, kIntensityMsg}),
@@ -383,7 +364,8 @@ const std::vector<Row> kRows = {
         {kStderr, "warning: Unknown mdf_echo_ctl request:  7\n"}),
     // ---- the FFT wrapper ----
     ROW("fft_init null", -1, fft_call(fft_init, nullptr), {kRaw, "[FFT]The handle is NULL\n"}),
-    ROW("fft_init twice", 1, fft_call(fft_init, fft_of(c)), {kRaw, "[FFT]Ne10 has init already\n"}),
+    ROW("fft_init twice", 1, fft_call(fft_init, &c.buf()->FFT_workingBuff),
+        {kRaw, "[FFT]Ne10 has init already\n"}),
     ROW("fft_init without an area", 0, fft_without_area(0),
         {kRaw, "[FFT] Please assigned the begining address about FFT workingbuffer in Init.\n"}),
     ROW("fft_init in too small an area", 0, fft_without_area(100),
@@ -456,8 +438,7 @@ TEST_P(Messages, EveryRowPrintsItsTextsUnderTheMaskAndReturnsItsCode) {
 
 INSTANTIATE_TEST_SUITE_P(Masks, Messages, testing::Values(1, 3, 7, 15));
 
-// The mask file: 1, 3, 7 and 15 are taken; anything else, and any file that does not give one
-// of them, means 7.
+// The mask file: 1, 3, 7 and 15 are taken; anything else means 7.
 TEST(Messages, MaskFileGivesAnAcceptedMaskOrSeven) {
     const qtest::TempDir dir;
     const struct {
@@ -476,8 +457,7 @@ TEST(Messages, MaskFileGivesAnAcceptedMaskOrSeven) {
     EXPECT_EQ(DynamicMessageLevel(), 7);
 }
 
-// The table's rows pin every code the library returns; the two it never returns keep their
-// numbers around the deliberate gap after 0x10000409.
+// The two codes never returned keep their numbers around the deliberate gap after 0x10000409.
 TEST(Messages, UnusedCodesKeepTheirNumbers) {
     EXPECT_EQ(static_cast<uint32_t>(ALGO_AEC_RET_INVALID_ENABLE), 0x10000406u);
     EXPECT_EQ(static_cast<uint32_t>(ALGO_AEC_RET_INVALID_DELAY_SAMPLE), 0x10000410u);

@@ -1,10 +1,5 @@
-// One check for each behaviour that is deliberate and must be kept, odd as it may look, as a
-// caller observes it: an output, a code, a file. Where only a documented entry point below
-// the API shows it, the check calls that entry point. Checks kept elsewhere: the tail of the
-// multiply-accumulate, the conjugated suppressed spectrum and the sort's bound in
-// kernels_test; the run flag left set by a failed dump set-up, the gap in the code numbers,
-// the two blanks of the unknown-request warning, "\n." and the tab of "FFT_Free!\t" in
-// messages_test.
+// One check per deliberate oddity, as a caller sees it (or through the entry point that shows
+// it). Others live in kernels_test (tail, conjugate, sort bound) and messages_test (texts, codes).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -50,9 +45,7 @@ AudioAecInit init_record(const testkit::Layout &l) {
             static_cast<QEN_AEC_SAMPLE_RATE>(l.rate)};
 }
 
-// Config computes the band targets from the intensities alone, before it stores the new edges:
-// no trace of an earlier configuration's edges (or intensities) remains, while the edges do
-// shape the output from the next frame on.
+// Config's band targets come from the intensities alone, not the earlier edges; edges still count.
 TEST(Quirks, ConfigTargetsFollowTheIntensitiesNotThePreviousEdges) {
     const testkit::Recording rec = scene(16000);
     const Modes intensity = {16, 4, 20, 5, 25, 10, 0};
@@ -70,8 +63,7 @@ TEST(Quirks, ConfigTargetsFollowTheIntensitiesNotThePreviousEdges) {
     EXPECT_FALSE(run(other_edges.handle(), rec) == out);
 }
 
-// Reset starts the core at 16000 Hz whatever the rate (the filter gets the real one): right
-// after Init it changes nothing at 16 kHz, and changes the output at 48 kHz.
+// Reset starts the core at 16000 Hz whatever the rate: a no-op at 16 kHz, not at 48 kHz.
 TEST(Quirks, ResetStartsTheCoreAt16k) {
     for (int rate : {16000, 48000}) {
         const testkit::Recording rec = scene(rate);
@@ -82,9 +74,7 @@ TEST(Quirks, ResetStartsTheCoreAt16k) {
     }
 }
 
-// Reset clears the first near-end channel's buffer but leaves the second one's: two instances
-// whose last frame before the Reset differs only in how a stereo microphone splits between its
-// channels (the same average, so the same output) differ after it.
+// Reset leaves the second near-end channel's buffer: a split that averaged the same shows after.
 TEST(Quirks, ResetLeavesTheSecondNearEndChannel) {
     const testkit::Recording rec = scene(16000, 2, 0.5);
     testkit::Recording split = rec;
@@ -121,9 +111,7 @@ TEST(Quirks, DelaySampleChangesNothing) {
     }
 }
 
-// ADF_Run dumps its inputs only while the switch reads exactly 1 (Run: any non-zero value).
-// A value of 2 after 1 fails once, leaves the files open and the value stored; after Reset,
-// ADF_Run writes only the output, Run all three.
+// ADF_Run dumps its inputs only at switch value 1 (Run: any non-zero); 2 after 1 fails once.
 TEST(Quirks, LinearRunDumpsItsInputsOnlyAtSwitchValueOne) {
     const qtest::TempDir dir;
     const qtest::ScopedEnv path("AUDIO_DUMP_PATH", dir.path());
@@ -156,8 +144,7 @@ TEST(Quirks, LinearRunDumpsItsInputsOnlyAtSwitchValueOne) {
     }
 }
 
-// ADF_Run loads the far end once per near-end channel: with a stereo microphone and a mono
-// loudspeaker the second far-end buffer becomes a copy of the far end (Run leaves it empty).
+// ADF_Run loads the far end per near-end channel: stereo mic, mono far end fills buffer 2.
 TEST(Quirks, LinearRunLoadsTheFarEndPerNearEndChannel) {
     const testkit::Recording rec = scene(16000, 2, 0.1);
     for (Mode mode : {Mode::kLinear, Mode::kFull}) {
@@ -171,9 +158,7 @@ TEST(Quirks, LinearRunLoadsTheFarEndPerNearEndChannel) {
     }
 }
 
-// ADF_Run measures the far-end level over the previous block and skips the linear stage while
-// it is silent: its first frame gives silence, and a frame after a silent far-end block repeats
-// the error of the frame before.
+// ADF_Run skips its stage after a silent far-end block (the level lags a block): the error repeats.
 TEST(Quirks, LinearRunSkipsItsStageAfterASilentFarEndBlock) {
     testkit::Recording rec = scene(16000, 1, 0.2);
     std::fill_n(rec.far.begin() + 3 * 128, 128, 0);
@@ -188,9 +173,8 @@ TEST(Quirks, LinearRunSkipsItsStageAfterASilentFarEndBlock) {
     EXPECT_NE(block(5), block(4));
 }
 
-// The preferred band is sampled at odd bins only (2k - 1 from 2 minPrefBand - 1 on); its
-// average sets the echo-incoherence minimum and its sorted gains give the feedback gains at
-// ((size - 1) 96) >> 7 and ((size - 1) 64) >> 7.
+// The preferred band is read at odd bins only; its sorted gains give the feedback gains at
+// ((size - 1) 96) >> 7 and ((size - 1) 64) >> 7, its average the incoherence minimum.
 TEST(Quirks, PreferredBandIsReadAtOddBinsOnly) {
     struct Rate {
         int mult, first, size, fb, low;  // first bin, band size, quantile indices
@@ -214,8 +198,7 @@ TEST(Quirks, PreferredBandIsReadAtOddBinsOnly) {
     }
 }
 
-// The feedback-gain minimum creeps back towards 1 twice as fast as the echo-incoherence one:
-// 0.0008 and 0.0004 per block at 8 kHz, over mult at higher rates.
+// The feedback-gain minimum creeps up twice as fast as the incoherence one (0.0008, 0.0004 / mult).
 TEST(Quirks, TheTwoMinimaRiseAtDifferentRates) {
     for (int mult : {1, 2, 6}) {
         float fb_min = 1.0f, local = 0.5f, xd = 0.5f;
@@ -230,9 +213,7 @@ TEST(Quirks, TheTwoMinimaRiseAtDifferentRates) {
     }
 }
 
-// Set-up and the divergence reset clear N x M = 2048 floats of the filter weights (and reset
-// N x (M + 1) of the far-end ring, 256 of the error spectrum, half of the residual history):
-// the last floats of each keep what they held.
+// Set-up and the divergence reset clear N x M (ring: N x (M + 1)) floats: the tails keep theirs.
 TEST(Quirks, FilterClearsLeaveTheTailsOfItsArrays) {
     const testkit::Instance aec;
     aec_workingbuf_t *b = record(aec.handle());
@@ -264,9 +245,8 @@ TEST(Quirks, FilterClearsLeaveTheTailsOfItsArrays) {
     EXPECT_EQ(cleared(b->ef, 256, 258), -1);
 }
 
-// One filter step shifts the far-end spectrum ring by 256 floats per spectrum, so the Nyquist
-// pairs of spectra 1..8 keep their old values; and until the filter has adapted, the residual
-// history holds the pre-emphasised far-end pair.
+// A filter step shifts the ring by 256 floats a spectrum, leaving the Nyquist pairs behind; the
+// residual history holds the pre-emphasised far end until the filter adapts.
 TEST(Quirks, FilterStepShiftsTheRingWithoutItsNyquistPairs) {
     const testkit::Instance aec;
     aec_workingbuf_t *b = record(aec.handle());
@@ -292,8 +272,7 @@ TEST(Quirks, FilterStepShiftsTheRingWithoutItsNyquistPairs) {
     }
 }
 
-// The gradient constraint visits partition 0 every frame and one other in turn, by the frame
-// counter modulo 7: over eight frames 2, 3, 4, 5, 6, 7, 1, 1.
+// The constraint visits partition 0 and, by the frame counter mod 7, 2, 3, 4, 5, 6, 7, 1, 1.
 TEST(Quirks, GradientConstraintRotation) {
     const testkit::Instance aec;
     aec_workingbuf_t *b = record(aec.handle());
@@ -319,9 +298,7 @@ TEST(Quirks, GradientConstraintRotation) {
     }
 }
 
-// The intensity table is not monotonic, on purpose: pure target steps and pure overdrive
-// floors alternate below 16, the floor is 8 from 16 with the target jumping from -30 to -45
-// between 19 and 20, and 25 has a floor of 90. An intensity above 25 stops at its band.
+// The intensity table is not monotonic, on purpose; an intensity above 25 stops at its band.
 TEST(Quirks, IntensityTableIsNotMonotonic) {
     const float table[26][2] = {{0, 0},    {-0.5, 0}, {-1, 0},    {0, 1},     {-3, 1},   {0, 2},
                                 {-1.5, 2}, {-5, 1},   {0, 3},     {-1.5, 3},  {-6.9, 1}, {-6.9, 2},
@@ -347,8 +324,7 @@ TEST(Quirks, IntensityTableIsNotMonotonic) {
     EXPECT_NE(core.minOverDrive[3], 90.0f);
 }
 
-// A minimum of the feedback gain is accepted two blocks after it was found: the overdrive of
-// each band becomes its target over the log of the minimum, at least its floor.
+// A new feedback-gain minimum sets overdrive = max(target / log min, floor) two blocks later.
 TEST(Quirks, NewMinimumSetsTheOverdriveTwoBlocksLater) {
     float fb_min = 1.0f, local = 1.0f, xd = 1.0f, overdrive[7] = {5, 5, 5, 5, 5, 5, 5};
     int new_min = 0;
@@ -365,8 +341,7 @@ TEST(Quirks, NewMinimumSetsTheOverdriveTwoBlocksLater) {
     EXPECT_EQ(new_min, 0);
 }
 
-// The profile registry is process-wide: one instance's Free clears it for all, the next Init
-// of any instance sets it again.
+// The profile registry is process-wide: one Free clears it for all, any Init sets it again.
 TEST(Quirks, OneFreeReleasesTheProfileForAllInstances) {
     std::optional<testkit::Instance> a(std::in_place), b(std::in_place);
     EXPECT_EQ(g_is_initialed, 1);
