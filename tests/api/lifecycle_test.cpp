@@ -40,12 +40,10 @@ AudioAecConfig config_of(AEC_HANDLE h, AudioAecInit *rec = nullptr) {
 }
 
 testkit::Recording scene(testkit::Layout l, double seconds = 1.0) {
-    testkit::Scenario s;
-    s.rate = l.rate;
-    s.near_channels = l.near_channels;
-    s.far_channels = l.far_channels;
-    s.seconds = seconds;
-    return testkit::noise_echo(s);
+    return testkit::noise_echo({.rate = l.rate,
+                                .near_channels = l.near_channels,
+                                .far_channels = l.far_channels,
+                                .seconds = seconds});
 }
 
 Pcm run(AEC_HANDLE h, const testkit::Recording &rec, Mode mode = Mode::kFull) {

@@ -61,12 +61,8 @@ TEST_P(StackDepth, OneRunStaysWithinEightKilobytes) {
 #if defined(__SANITIZE_ADDRESS__)
     GTEST_SKIP() << "the address sanitizer moves and pads stack frames";
 #endif
-    testkit::Scenario s;
-    s.rate = GetParam();
-    s.near_channels = s.far_channels = 2;
-    s.seconds = 1.0;
-    const testkit::Recording in = testkit::noise_echo(s);
-
+    const testkit::Recording in = testkit::noise_echo(
+        {.rate = GetParam(), .near_channels = 2, .far_channels = 2, .seconds = 1.0});
     const testkit::Instance warm(in.layout, {.comfort_noise = true}),
         aec(in.layout, {.comfort_noise = true});
     Frames w{warm.handle(), in}, f{aec.handle(), in};
@@ -75,7 +71,7 @@ TEST_P(StackDepth, OneRunStaysWithinEightKilobytes) {
     const size_t depth = painted_depth(run_frames, &f);
     ASSERT_LT(depth, kStackBytes) << "the frames used the whole painted stack";
     const size_t run_depth = depth - idle;
-    printf("peak stack of QenAec_Run at %d Hz: %zu bytes\n", s.rate, run_depth);
+    printf("peak stack of QenAec_Run at %d Hz: %zu bytes\n", GetParam(), run_depth);
     EXPECT_LE(run_depth, kBudget);
     // A measurement that saw nothing would pass any budget.
     EXPECT_GT(run_depth, 256u);

@@ -34,12 +34,11 @@ void process(Job &j, std::mutex &lifecycle) {
 TEST(Threads, EightInstancesKeepTheirOwnOutputAndRemoveEcho) {
     std::vector<Job> jobs;
     for (int k = 0; k < 8; ++k) {
-        testkit::Scenario s;
-        s.rate = k % 4 == 0 ? 8000 : 16000 * (k % 4);
-        s.near_channels = 1 + k % 2;
-        s.far_channels = 1 + (k / 2) % 2;
-        s.seconds = 1.0;
-        s.seed = 100 + k;
+        const testkit::Scenario s = {.rate = k % 4 == 0 ? 8000 : 16000 * (k % 4),
+                                     .near_channels = 1 + k % 2,
+                                     .far_channels = 1 + (k / 2) % 2,
+                                     .seconds = 1.0,
+                                     .seed = 100u + k};
         jobs.push_back({testkit::noise_echo(s), k >= 4, {}});
     }
     std::vector<Job> alone = jobs;

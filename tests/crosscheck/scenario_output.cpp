@@ -19,8 +19,7 @@ using Pcm = std::vector<int16_t>;
 const char *const kNames[4] = {"near.pcm", "far.pcm", "run.pcm", "adf_run.pcm"};
 
 std::vector<Pcm> produce() {
-    testkit::Scenario s;
-    s.seconds = 10.0;
+    const testkit::Scenario s = {.seconds = 10.0};
     testkit::Recording in = testkit::noise_echo(s);
     // Harmonics of a gliding 120..180 Hz pitch up to 3.4 kHz, in 4 Hz syllables, at -22 dBFS.
     const double kLevel = 32768.0 * std::pow(10.0, -22.0 / 20);

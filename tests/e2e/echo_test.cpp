@@ -93,11 +93,7 @@ TEST_P(PerRate, LinearStageStartsOverAsTheDcNotchAfterADivergence) {
     const int rate = GetParam();
     const double r = rate < 12000 ? 0.9 : rate < 24000 ? 0.982 : 0.992;
     const double d = r * r + 0.7 * (1 - r) * (1 - r);
-    testkit::Scenario s;
-    s.rate = rate;
-    s.seconds = 1.0;
-    s.path_ms = 15.0;
-    testkit::Recording rec = testkit::noise_echo(s);
+    testkit::Recording rec = testkit::noise_echo({.rate = rate, .seconds = 1.0, .path_ms = 15.0});
     const size_t from = rec.near.size();
     std::mt19937 rng(rate);
     std::uniform_int_distribution<int> near(-3000, 3000), faint(-3, 3);

@@ -64,12 +64,8 @@ TEST_P(Robust, InstanceStillWorksAfterPathologicalInput) {
     });
     EXPECT_NE(warnings.find("got slapped (reset)"), std::string::npos);
     // 1.5 s of echo, then 1 s of a talker alone.
-    testkit::Scenario s;
-    s.rate = rate;
-    s.near_channels = s.far_channels = 2;
-    s.seconds = 2.5;
-    s.path_ms = 15.0;
-    testkit::Recording rec = testkit::noise_echo(s);
+    testkit::Recording rec = testkit::noise_echo(
+        {.rate = rate, .near_channels = 2, .far_channels = 2, .seconds = 2.5, .path_ms = 15.0});
     const std::vector<double> talk = testkit::speech_like(rate, rec.frames() * 128, -26.0, 3);
     for (size_t i = 3 * rate; i < rec.near.size(); ++i) {  // from 1.5 s, two channels
         rec.near[i] = testkit::to_pcm(talk[i / 2]);
@@ -89,11 +85,8 @@ TEST_P(Robust, InstanceStillWorksAfterPathologicalInput) {
 // A converged scene, a 2 s burst that forces the divergence reset, then the scene again.
 TEST_P(Robust, EchoReductionIsBackWithinTwoSecondsOfADivergence) {
     const int rate = GetParam();
-    testkit::Scenario s;
-    s.rate = rate;
-    s.seconds = 2.0;
-    s.path_ms = 15.0;
-    const testkit::Recording echo = testkit::noise_echo(s);
+    const testkit::Recording echo =
+        testkit::noise_echo({.rate = rate, .seconds = 2.0, .path_ms = 15.0});
     const testkit::Instance aec(echo.layout);
     std::vector<int16_t> full = echo.near, linear(echo.near.size());
     testkit::run(aec.handle(), echo.layout, full, echo.far, Mode::kSplit, {}, linear);

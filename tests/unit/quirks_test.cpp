@@ -23,11 +23,7 @@ using Edges = std::array<uint32_t, 6>;
 using Modes = std::array<uint32_t, 7>;
 
 testkit::Recording scene(int rate, int near_channels = 1, double seconds = 1.5) {
-    testkit::Scenario s;
-    s.rate = rate;
-    s.near_channels = near_channels;
-    s.seconds = seconds;
-    return testkit::noise_echo(s);
+    return testkit::noise_echo({.rate = rate, .near_channels = near_channels, .seconds = seconds});
 }
 
 std::vector<int16_t> run(AEC_HANDLE h, const testkit::Recording &rec, Mode mode = Mode::kFull) {
