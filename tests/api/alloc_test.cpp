@@ -85,36 +85,28 @@ protected:
     qtest::ScopedEnv dump_{"AUDIO_AEC_DUMP", std::nullopt};
 };
 
-TEST_F(Allocations, SetUpCallsFreeWhatTheyTakeBeforeReturning) {
-    unsigned int size = 0;
-    auto c = count([&] { size = QenAec_GetBufferSize(); });
-    EXPECT_GT(c.first, 0) << "the message-level file should have been read";
-    EXPECT_EQ(c.second, 0u);
-    std::vector<char> block(size);
-    AudioAecInit init = {128, 2, 2, QEN_AEC_SAMPLE_RATE_48000};
-    AEC_HANDLE h = nullptr;
-    c = count([&] { h = QenAec_Init(block.data(), &init); });
-    ASSERT_NE(h, nullptr);
-    EXPECT_GT(c.first, 0);
-    EXPECT_EQ(c.second, 0u);
-    c = count([&] { h = QenAec_Reset(block.data(), &init); });
-    EXPECT_EQ(c.second, 0u);
-    c = count([&] { QenAec_Free(h); });
-    EXPECT_EQ(c.first, 0);
-}
-
-// With no message-level file to read (none, or an empty one), set-up allocates nothing at all:
-// the FFT plan is built in the caller's block, whichever engine the target runs.
-TEST_F(Allocations, SetUpWithoutAMessageFileAllocatesNothing) {
-    for (const std::string &file : {dir_.path() + "/absent.json", dir_.write_file("e.json", "")}) {
+// Set-up frees what it takes (the message-level file's buffer) before returning; with no file to
+// read (none, or an empty one) it allocates nothing: the FFT plan lives in the caller's block.
+TEST_F(Allocations, SetUpFreesWhatItTakesAndWithoutAMessageFileTakesNothing) {
+    for (const std::string &file : {dir_.path() + "/level.json", dir_.path() + "/absent.json",
+                                    dir_.write_file("e.json", "")}) {
         qtest::ScopedEnv dml{"DML_PATH", file};
-        std::vector<char> block(QenAec_GetBufferSize());
+        const bool reads = file.ends_with("level.json");
+        unsigned int size = 0;
+        auto c = count([&] { size = QenAec_GetBufferSize(); });
+        EXPECT_EQ(c.first > 0, reads) << file;
+        EXPECT_EQ(c.second, 0u);
+        std::vector<char> block(size);
         AudioAecInit init = {128, 2, 2, QEN_AEC_SAMPLE_RATE_48000};
         AEC_HANDLE h = nullptr;
-        EXPECT_EQ(count([&] { h = QenAec_Init(block.data(), &init); }).first, 0) << file;
+        c = count([&] { h = QenAec_Init(block.data(), &init); });
         ASSERT_NE(h, nullptr);
-        EXPECT_EQ(count([&] { h = QenAec_Reset(block.data(), &init); }).first, 0) << file;
-        QenAec_Free(h);
+        EXPECT_EQ(c.first > 0, reads) << file;
+        EXPECT_EQ(c.second, 0u);
+        c = count([&] { h = QenAec_Reset(block.data(), &init); });
+        EXPECT_TRUE(reads || c.first == 0) << file;
+        EXPECT_EQ(c.second, 0u);
+        EXPECT_EQ(count([&] { QenAec_Free(h); }).first, 0);
     }
 }
 
