@@ -1,8 +1,6 @@
 // The public API's invariants through the header and shared object only (refusals: messages_test).
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cfenv>

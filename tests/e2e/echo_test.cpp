@@ -2,8 +2,6 @@
 // divergence.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <random>
 #include <tuple>

@@ -221,13 +221,12 @@ TEST(Quirks, FilterClearsLeaveTheTailsOfItsArrays) {
         std::fill_n(st.last_y, 256, 7.0f);
         std::fill_n(b->ef, 258, 7.0f);
     };
-    const auto cleared = [](const float *p, int zeros, int total) {
-        for (int i = 0; i < total; ++i) {
-            if (p[i] != (i < zeros ? 0.0f : 7.0f)) {
-                return i;
-            }
+    const auto cleared = [](const float *p, int zeros, int total) {  // first index that is not
+        int i = 0;
+        while (i < total && p[i] == (i < zeros ? 0.0f : 7.0f)) {
+            ++i;
         }
-        return -1;
+        return i < total ? i : -1;
     };
     fill();
     mdf_echo_state_init(b, 128, 1024);
