@@ -35,6 +35,7 @@ struct Outcome {
     guint64 frames = 0, saturated = 0, missing = 0;  // of the last qenaec-stats message
 };
 
+// Takes the message in and releases it.
 void take_message(GstMessage *m, Outcome &o) {
     if (GST_MESSAGE_TYPE(m) == GST_MESSAGE_EOS) {
         o.finished = true;
@@ -52,6 +53,7 @@ void take_message(GstMessage *m, Outcome &o) {
                           "saturated-frames", G_TYPE_UINT64, &o.saturated,
                           "missing-reference-frames", G_TYPE_UINT64, &o.missing, nullptr);
     }
+    gst_message_unref(m);
 }
 
 // Plays until end of stream, an error, or `done`. The minute's limit only keeps a hang from
@@ -64,14 +66,12 @@ Outcome play(GstElement *pipeline, const std::function<bool()> &done = {}) {
     while (!o.finished && o.error_source.empty() && g_get_monotonic_time() < give_up) {
         if (GstMessage *m = gst_bus_timed_pop(bus, 20 * GST_MSECOND)) {
             take_message(m, o);
-            gst_message_unref(m);
         }
         o.finished = o.finished || (done && done());
     }
     gst_element_set_state(pipeline, GST_STATE_NULL);
     while (GstMessage *m = gst_bus_pop(bus)) {
         take_message(m, o);
-        gst_message_unref(m);
     }
     gst_object_unref(bus);
     gst_object_unref(pipeline);
@@ -212,10 +212,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 // ---- Live pipelines -----------------------------------------------------------------------
 
-// The same noise reaches the microphone and, through a queue that holds it 20 ms (and says
-// so in its latency), the reference: the echo path is the identity, so a correct pairing by
-// running time cancels it whatever the arrival order. The element waits 40 ms more than the
-// latency asks, so that a loaded machine does not make the reference late.
+// The same noise reaches the microphone and, 20 ms later through a queue, the reference: the
+// echo path is the identity, so only a pairing by running time cancels it. The element waits
+// 40 ms more than the latency asks, so that a loaded machine does not make the reference late.
 constexpr GstClockTime kExtraLatency = 40 * GST_MSECOND, kLiveRun = 5 * GST_SECOND;
 constexpr int kLiveRate = 16000;
 
