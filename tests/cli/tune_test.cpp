@@ -48,17 +48,12 @@ double energy(const std::vector<double> &x) {
     return std::inner_product(x.begin(), x.end(), x.begin(), 0.0);
 }
 
-// Modulated noise on the loudspeaker and its echo through a short random room, as the
-// end-to-end suites make them, above 200 Hz, plus the loudspeaker's distortion |x|x kept to
-// 400..900 Hz at three times the linear echo's power there: the linear stage cannot model it, and
-// with the default edges at 8 kHz it lies in band 2 (bins 7..36, 219..1125 Hz). The talker speaks
-// in bursts of noise, 0.4 s on and off.
+// The kit's echo above 200 Hz, plus the loudspeaker's distortion |x|x kept to 400..900 Hz at
+// three times the linear echo's power there: the linear stage cannot model it, and with the
+// default edges at 8 kHz it lies in band 2 (bins 7..36). The talker: noise, 0.4 s on and off.
 Device leaky_device(double seconds) {
-    testkit::Scenario s;
-    s.rate = kRate;
-    s.seconds = seconds;
-    s.seed = 5;
-    const testkit::Recording rec = testkit::noise_echo(s);
+    const testkit::Recording rec =
+        testkit::noise_echo({.rate = kRate, .seconds = seconds, .seed = 5});
     const size_t n = rec.far.size();
     // A small loudspeaker plays nothing below 200 Hz.
     const std::vector<double> echo =
