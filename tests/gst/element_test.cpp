@@ -185,8 +185,6 @@ TEST_P(FilePipeline, EqualsTheToolSampleForSample) {
     EXPECT_EQ(o.missing, missing);
 }
 
-// name, rate (0: the demo), channels near and far, extra near samples, far share, saturate,
-// far delay and lateness (samples), properties, the tool's options, config.
 INSTANTIATE_TEST_SUITE_P(
     Gst, FilePipeline,
     testing::Values(

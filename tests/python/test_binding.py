@@ -8,6 +8,7 @@ import re
 import sys
 import tempfile
 import unittest
+from unittest import mock
 
 import numpy as np
 
@@ -144,17 +145,12 @@ class Messages(unittest.TestCase):
         def refused_config():
             with qenaec.Canceller(16000) as aec, self.assertRaises(qenaec.QenAecError):
                 aec.config(suppression_mode_intensity=(0, 0, 0, 26, 0, 0, 0))
-        saved = os.environ.pop("DML_PATH", None)
-        try:
-            if dml_path:
-                os.environ["DML_PATH"] = dml_path
+        with mock.patch.dict(os.environ):
+            os.environ.pop("DML_PATH", None)
+            os.environ.update({"DML_PATH": dml_path} if dml_path else {})
             with self.assertLogs("qenaec", "DEBUG") as logs:
                 self.assertEqual(printed_on_stdout(refused_config), "")
             self.assertEqual(os.environ.get("DML_PATH"), dml_path)  # its own level file gone
-        finally:
-            os.environ.pop("DML_PATH", None)
-            if saved is not None:
-                os.environ["DML_PATH"] = saved
         by_level = {}
         for r in logs.records:
             by_level.setdefault(r.levelname, []).append(r.getMessage())
