@@ -10,13 +10,9 @@
 
 namespace {
 
-struct Recording {
-    std::vector<int16_t> near, far;
-};
-
 // Amplitude-modulated noise on the loudspeaker; the microphone hears it `delay` samples
 // later through three paths, plus its own noise. `delay` < 0: two unrelated low-pass noises.
-Recording delayed_echo(int rate, double seconds, long delay) {
+testkit::Recording delayed_echo(int rate, double seconds, long delay) {
     std::mt19937 rng(7);
     std::normal_distribution<double> gauss(0.0, 1.0);
     const size_t n = static_cast<size_t>(seconds * rate);
@@ -24,7 +20,7 @@ Recording delayed_echo(int rate, double seconds, long delay) {
         long lag;
         double gain;
     } paths[] = {{0, 0.5}, {rate / 800, 0.2}, {rate / 200, -0.1}};
-    Recording r;
+    testkit::Recording r;
     double smooth[2] = {0.0, 0.0};
     for (size_t t = 0; t < n; ++t) {
         const double envelope = 1.0 + 0.8 * std::sin(2 * M_PI * 2.0 * t / rate);
@@ -47,7 +43,7 @@ class Align : public testing::TestWithParam<int> {};
 TEST_P(Align, FindsA40msDelayWithin1msAndDelaysTheFarEndByIt) {
     const int rate = GetParam();
     const long delay = rate / 25;  // 40 ms
-    const Recording rec = delayed_echo(rate, 3.0, delay);
+    const testkit::Recording rec = delayed_echo(rate, 3.0, delay);
     cli::TempDir tmp;
     const cli::Result r =
         cli::process_files(tmp, rate, 1, rec.near, 1, rec.far, {"--align", "auto"});
@@ -69,12 +65,12 @@ INSTANTIATE_TEST_SUITE_P(Rates, Align, testing::Values(8000, 16000, 48000));
 // goes. Without an echo, nothing may pass for one.
 TEST(Align, HelpsBeyondTheFilterAndLeavesAFarEndWithoutEchoAlone) {
     cli::TempDir tmp;
-    auto run = [&](const Recording &rec, int rate, std::vector<std::string> extra) {
+    auto run = [&](const testkit::Recording &rec, int rate, std::vector<std::string> extra) {
         const cli::Result r = cli::process_files(tmp, rate, 1, rec.near, 1, rec.far, extra);
         EXPECT_EQ(r.status, 0) << r.err;
         return std::pair(r.err, qtest::read_file(tmp.path("m.json")));
     };
-    const Recording far_echo = delayed_echo(16000, 3.0, 2400);  // 150 ms
+    const testkit::Recording far_echo = delayed_echo(16000, 3.0, 2400);  // 150 ms
     const auto [unaligned_err, unaligned] = run(far_echo, 16000, {});
     const auto [aligned_err, aligned] = run(far_echo, 16000, {"--align", "auto"});
     EXPECT_GT(cli::json_number(aligned, "erle_db"), cli::json_number(unaligned, "erle_db") + 10);

@@ -8,11 +8,12 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <sstream>
 #include <stdexcept>
+#include <type_traits>
 
 namespace cli {
 
@@ -26,17 +27,23 @@ std::string quote(const std::string &s) {
     return q + "'";
 }
 
-void write_sndfile(const std::string &path, int rate, int channels, int format,
-                   const std::function<void(SNDFILE *)> &write) {
-    SF_INFO info{};
-    info.samplerate = rate;
-    info.channels = channels;
-    info.format = SF_FORMAT_WAV | format;
+template <typename Sample>
+void write_sndfile(const std::string &path, int rate, int channels,
+                   const std::vector<Sample> &samples) {
+    constexpr bool kFloat = std::is_same_v<Sample, float>;
+    SF_INFO info{0, rate, channels, SF_FORMAT_WAV | (kFloat ? SF_FORMAT_FLOAT : SF_FORMAT_PCM_16),
+                 0, 0};
     SNDFILE *f = sf_open(path.c_str(), SFM_WRITE, &info);
     if (f == nullptr) {
         throw std::runtime_error("cannot write " + path);
     }
-    write(f);
+    const auto frames = static_cast<sf_count_t>(samples.size() / channels);
+    if constexpr (kFloat) {
+        sf_command(f, SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
+        sf_writef_float(f, samples.data(), frames);
+    } else {
+        sf_writef_short(f, samples.data(), frames);
+    }
     sf_close(f);
 }
 
@@ -54,8 +61,7 @@ Result run(const std::vector<std::string> &args, const Env &env) {
     for (const std::string &a : args) {
         cmd.append(" ").append(quote(a));
     }
-    cmd.append(" >").append(quote(base + ".out")).append(" 2>").append(quote(base + ".err"));
-    cmd.append(" </dev/null");
+    cmd.append(" >" + quote(base + ".out") + " 2>" + quote(base + ".err") + " </dev/null");
     const int raw = std::system(cmd.c_str());
     Result r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, qtest::read_file(base + ".out"),
              qtest::read_file(base + ".err")};
@@ -66,17 +72,11 @@ Result run(const std::vector<std::string> &args, const Env &env) {
 
 void write_wav(const std::string &path, int rate, int channels,
                const std::vector<int16_t> &samples) {
-    write_sndfile(path, rate, channels, SF_FORMAT_PCM_16, [&](SNDFILE *f) {
-        sf_writef_short(f, samples.data(), static_cast<sf_count_t>(samples.size() / channels));
-    });
+    write_sndfile(path, rate, channels, samples);
 }
 
-void write_float_wav(const std::string &path, int rate, int channels,
-                     const std::vector<float> &samples) {
-    write_sndfile(path, rate, channels, SF_FORMAT_FLOAT, [&](SNDFILE *f) {
-        sf_command(f, SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
-        sf_writef_float(f, samples.data(), static_cast<sf_count_t>(samples.size() / channels));
-    });
+void write_wav(const std::string &path, int rate, int channels, const std::vector<float> &samples) {
+    write_sndfile(path, rate, channels, samples);
 }
 
 Wav read_wav(const std::string &path) {
@@ -92,6 +92,7 @@ Wav read_wav(const std::string &path) {
     return w;
 }
 
+// The tool runs on little-endian hosts only, as does its raw format.
 void write_raw(const std::string &path, const std::vector<int16_t> &samples) {
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char *>(samples.data()),
@@ -101,10 +102,7 @@ void write_raw(const std::string &path, const std::vector<int16_t> &samples) {
 std::vector<int16_t> read_raw(const std::string &path) {
     const std::string bytes = qtest::read_file(path);
     std::vector<int16_t> samples(bytes.size() / 2);
-    for (size_t i = 0; i < samples.size(); ++i) {  // little-endian whatever the host
-        samples[i] = static_cast<int16_t>(static_cast<uint8_t>(bytes[2 * i]) |
-                                          (static_cast<uint8_t>(bytes[2 * i + 1]) << 8));
-    }
+    std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
     return samples;
 }
 
@@ -121,18 +119,22 @@ double json_number(const std::string &json, const std::string &key) {
     return v;
 }
 
-Result process_files(const TempDir &dir, int rate, int near_channels,
-                     const std::vector<int16_t> &near, int far_channels,
-                     const std::vector<int16_t> &far, const std::vector<std::string> &extra,
-                     const Env &env) {
-    write_wav(dir.path("near.wav"), rate, near_channels, near);
-    write_wav(dir.path("far.wav"), rate, far_channels, far);
+Result process(const TempDir &dir, const std::vector<std::string> &extra, const Env &env) {
     std::vector<std::string> args = {
         "process",           "--near", dir.path("near.wav"), "--far",
         dir.path("far.wav"), "-o",     dir.path("out.wav"),  "--metrics-json",
         dir.path("m.json")};
     args.insert(args.end(), extra.begin(), extra.end());
     return run(args, env);
+}
+
+Result process_files(const TempDir &dir, int rate, int near_channels,
+                     const std::vector<int16_t> &near, int far_channels,
+                     const std::vector<int16_t> &far, const std::vector<std::string> &extra,
+                     const Env &env) {
+    write_wav(dir.path("near.wav"), rate, near_channels, near);
+    write_wav(dir.path("far.wav"), rate, far_channels, far);
+    return process(dir, extra, env);
 }
 
 }  // namespace cli

@@ -35,8 +35,7 @@ struct Wav {
 void write_wav(const std::string &path, int rate, int channels,
                const std::vector<int16_t> &samples);
 // 32-bit float, full scale +-1.0 (values beyond are stored as they are).
-void write_float_wav(const std::string &path, int rate, int channels,
-                     const std::vector<float> &samples);
+void write_wav(const std::string &path, int rate, int channels, const std::vector<float> &samples);
 Wav read_wav(const std::string &path);
 void write_raw(const std::string &path, const std::vector<int16_t> &samples);
 std::vector<int16_t> read_raw(const std::string &path);
@@ -44,8 +43,9 @@ std::vector<int16_t> read_raw(const std::string &path);
 // A number in JSON by its path ("tuned.edges.2"); NaN when missing or not a number.
 double json_number(const std::string &json, const std::string &key);
 
-// Writes near.wav and far.wav into `dir` and runs `process` on them into out.wav, with the
-// metrics in m.json; `extra` options follow.
+// `process` on near.wav and far.wav in `dir` into out.wav, metrics in m.json, then `extra`.
+Result process(const TempDir &dir, const std::vector<std::string> &extra = {}, const Env &env = {});
+// The same after writing the two files.
 Result process_files(const TempDir &dir, int rate, int near_channels,
                      const std::vector<int16_t> &near, int far_channels,
                      const std::vector<int16_t> &far, const std::vector<std::string> &extra = {},

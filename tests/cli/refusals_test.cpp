@@ -1,8 +1,6 @@
-// Every way process, replay, tune and process --config refuse to run: bad options, settings
-// the library rejects, hostile files, broken tune results. Each ends with its exit status and
-// messages on standard error, nothing on standard output, and its folder as it was: nothing
-// written, no input or existing result touched. The tool's refusal is the last line; the
-// library's own error line comes before it where the library refused.
+// Every way process, replay, tune and process --config refuse to run. Each ends with its exit
+// status and messages on standard error (the tool's last, after the library's own), nothing on
+// standard output, and its folder as it was.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -147,9 +145,7 @@ std::vector<int16_t> noise(size_t samples, int amplitude = 2048) {
 void fixtures(const cli::TempDir &t) {
     const struct {
         const char *name;
-        int rate, channels;
-        size_t seconds_x2;
-        int amplitude;
+        int rate, channels, half_seconds, amplitude;
     } wavs[] = {{"near", 16000, 1, 2, 2048},    {"far", 16000, 1, 2, 2048},
                 {"talker", 16000, 1, 3, 800},   {"far48k", 48000, 1, 2, 2048},
                 {"44k", 44100, 1, 2, 2048},     {"3ch", 16000, 3, 2, 2048},
@@ -159,7 +155,7 @@ void fixtures(const cli::TempDir &t) {
                 {"tag1234", 16000, 1, 2, 2048}, {"nodata", 16000, 1, 2, 2048}};
     for (const auto &w : wavs) {
         cli::write_wav(t.path(w.name + std::string(".wav")), w.rate, w.channels,
-                       noise(w.rate * w.channels * w.seconds_x2 / 2, w.amplitude));
+                       noise(size_t(w.rate) * w.channels * w.half_seconds / 2, w.amplitude));
     }
     std::filesystem::resize_file(t.path("truncated.wav"), 44 + 2 * 6000);  // 16000 promised
     std::filesystem::resize_file(t.path("nodata.wav"), 36);  // RIFF and fmt, no data chunk

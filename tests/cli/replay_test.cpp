@@ -1,6 +1,5 @@
 // `qenaec replay` on dumps the library wrote while the tool processed a file: the same
-// library and settings reproduce the recorded output bit for bit, and a difference is
-// located.
+// settings reproduce the recorded output bit for bit, and a difference is located.
 #include <gtest/gtest.h>
 
 #include <filesystem>

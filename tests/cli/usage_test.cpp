@@ -12,10 +12,7 @@ namespace {
 
 // The tool's help and each subcommand's: what it covers and a worked example.
 TEST(Help, EveryCommandDescribesItselfWithAnExample) {
-    const struct {
-        std::vector<std::string> args;
-        std::vector<const char *> words;
-    } cases[] = {
+    const std::vector<std::string> cases[][2] = {
         {{"--help"},
          {"process", "replay", "demo", "Example:", "qenaec process --near", "DML_PATH",
           "Exit status"}},
@@ -24,13 +21,11 @@ TEST(Help, EveryCommandDescribesItselfWithAnExample) {
         {{"replay", "--help"}, {"Audio_AEC_output_data_N.pcm", "Example:", "qenaec replay "}},
         {{"demo", "--help"}, {"--audio-dir", "Example:", "qenaec demo"}},
     };
-    for (const auto &c : cases) {
-        const cli::Result r = cli::run(c.args);
-        EXPECT_EQ(r.status, 0) << c.args[0];
-        for (const char *word : c.words) {
-            EXPECT_NE(r.out.find(word), std::string::npos)
-                << word << " missing from the help of " << c.args[0] << ":\n"
-                << r.out;
+    for (const auto &[args, words] : cases) {
+        const cli::Result r = cli::run(args);
+        EXPECT_EQ(r.status, 0) << args[0];
+        for (const std::string &word : words) {
+            EXPECT_NE(r.out.find(word), std::string::npos) << word << " missing:\n" << r.out;
         }
     }
 }

@@ -1,6 +1,6 @@
-"""The Python binding against the built library: every failure raised with its code named,
+"""The Python binding against the built library: failures raised with their code named,
 settings and tuning results reaching the library, its messages on the `qenaec` logger, and
-echo removed in each mode and layout (a swapped or mis-strided buffer would not remove it)."""
+echo removed."""
 import ctypes
 import os
 import pathlib
@@ -8,6 +8,7 @@ import re
 import sys
 import tempfile
 import unittest
+from unittest import mock
 
 import numpy as np
 
@@ -116,14 +117,11 @@ class Settings(unittest.TestCase):
             c = aec.get_config()
             self.assertEqual([c[k] for k in ("sample_rate", "near_channels", "far_channels",
                                              "point_number")], [32000, 2, 1, 128])
-            aec.config(comfort_noise_enable=1, delay_sample=-5,
-                       suppression_mode_freq=(10, 10, 20, 30, 40, 126),
-                       suppression_mode_intensity=(1, 2, 3, 4, 5, 6, 25))
+            changed = dict(comfort_noise_enable=1, suppression_mode_freq=(10, 10, 20, 30, 40, 126),
+                           suppression_mode_intensity=(1, 2, 3, 4, 5, 6, 25))
+            aec.config(delay_sample=-5, **changed)
             aec.config(delay_sample=321)
-            self.assertEqual(aec.get_config(), dict(
-                c, comfort_noise_enable=1, delay_sample=321,
-                suppression_mode_freq=(10, 10, 20, 30, 40, 126),
-                suppression_mode_intensity=(1, 2, 3, 4, 5, 6, 25)))
+            self.assertEqual(aec.get_config(), dict(c, delay_sample=321, **changed))
 
     def test_a_tuning_result_installs_as_the_calls_do(self):
         near, far = echo_pair()
@@ -143,54 +141,44 @@ class Settings(unittest.TestCase):
 class Messages(unittest.TestCase):
     """The library's lines go to the `qenaec` logger, never to the process's output."""
 
-    def setUp(self):
-        saved = os.environ.pop("DML_PATH", None)
-        if saved is not None:
-            self.addCleanup(os.environ.__setitem__, "DML_PATH", saved)
-        self.addCleanup(os.environ.pop, "DML_PATH", None)
-
-    def logged(self):
+    def logged(self, dml_path):
         def refused_config():
             with qenaec.Canceller(16000) as aec, self.assertRaises(qenaec.QenAecError):
                 aec.config(suppression_mode_intensity=(0, 0, 0, 26, 0, 0, 0))
-        with self.assertLogs("qenaec", "DEBUG") as logs:
-            self.assertEqual(printed_on_stdout(refused_config), "")
+        with mock.patch.dict(os.environ):
+            os.environ.pop("DML_PATH", None)
+            os.environ.update({"DML_PATH": dml_path} if dml_path else {})
+            with self.assertLogs("qenaec", "DEBUG") as logs:
+                self.assertEqual(printed_on_stdout(refused_config), "")
+            self.assertEqual(os.environ.get("DML_PATH"), dml_path)  # its own level file gone
         by_level = {}
         for r in logs.records:
             by_level.setdefault(r.levelname, []).append(r.getMessage())
-        return by_level
-
-    def test_quiet_unless_told_and_errors_are_errors(self):
-        by_level = self.logged()
-        self.assertEqual(list(by_level), ["ERROR"])
         self.assertEqual(len(by_level["ERROR"]), 1)
         self.assertIn("SuppMode only support [0~25]", by_level["ERROR"][0])
-        self.assertNotIn("DML_PATH", os.environ)
+        return by_level
 
-    def test_a_chosen_level_sends_the_banner_to_debug(self):
+    def test_quiet_unless_told_and_a_chosen_level_sends_the_banner_to_debug(self):
+        self.assertEqual(list(self.logged(None)), ["ERROR"])
         with tempfile.NamedTemporaryFile("w", suffix=".json") as level:
             level.write('{"debug_level": 7}')
             level.flush()
-            os.environ["DML_PATH"] = level.name
-            by_level = self.logged()
+            by_level = self.logged(level.name)
         self.assertTrue(any("NEON ENABLE" in m for m in by_level["DEBUG"]), by_level)
         self.assertEqual(by_level["DEBUG"].count("-" * 80), 2)
         self.assertIn("ALGO_MSG_WRN", by_level["DEBUG"])
         self.assertEqual(sorted(by_level), ["DEBUG", "ERROR"])
-        self.assertEqual(len(by_level["ERROR"]), 1)
 
 
 class Processing(unittest.TestCase):
     def test_each_mode_and_layout_removes_echo(self):
+        # Mono output equals the tool's in every mode (test_agreement); here the echo is
+        # removed, and a swapped or mis-strided stereo buffer would keep it.
         near, far = echo_pair()
-        for mode, floor in (("full", 30.0), ("split", 30.0), ("linear", 20.0)):
-            with self.subTest(mode=mode):
-                out = run(near, far, mode)
-                self.assertEqual(out.dtype, np.int16)
-                self.assertGreater(erle_db(near, out, far, mode), floor)
+        self.assertGreater(erle_db(near, run(near, far, "linear"), far, "linear"), 20.0)
         near, far = echo_pair(channels=2)
         out = run(near, far, near_channels=2, far_channels=2)
-        self.assertEqual(out.shape, near.shape)
+        self.assertEqual((out.dtype, out.shape), (np.int16, near.shape))
         for ch in (0, 1):
             self.assertGreater(erle_db(near[:, ch], out[:, ch], far[:, 0]), 30.0)
 
