@@ -183,9 +183,10 @@ TUNING_ABOUT = """<p><code>qenaec tune</code> fits the suppressor to a device fr
 recordings, made here from the scenario itself: the echo recording (the far-end talker on the
 loudspeaker, nobody in the room) and the talker recording (the near-end talker, the
 loudspeaker silent). The tool mixes the talker into the echo recording, so that it knows the
-talker in double talk exactly, and searches the band intensities and the smoothing ratio
-from the default table for the most ERLE (measured as <code>qenaec process</code> measures
-it, on the echo recording) whose talker loss in double talk stays within the limit. Each
+talker in double talk exactly, and searches the band intensities, the smoothing ratio and
+the band edges from the default table for the most ERLE (measured as <code>qenaec
+process</code> measures it, on the echo recording) whose talker loss in double talk stays
+within the limit. Each
 dot below is one candidate setting; the line is the front of the most ERLE within each
 loss. Where the defaults lie on that front, more ERLE costs the talker more loss.</p>"""
 

@@ -2,8 +2,9 @@
 
 For each scenario the two recordings the tool works from are made from the scenario itself
 (tune_recordings.py: the echo recording without a talker, the talker recording without the
-loudspeaker), the tool searches them, and the section shows every candidate's ERLE against
-its talker loss, the front of the best ERLE for each loss, the defaults and the tuned result.
+loudspeaker), the tool searches them (the band edges too), and the section shows every
+candidate's ERLE against its talker loss, the front of the best ERLE for each loss, the
+defaults and the tuned result.
 The tool is found at QENAEC_TOOL or in this checkout's release build.
 """
 import csv
@@ -49,7 +50,7 @@ def tune(name, out, jobs, seed=1):
     mic, ref, talker = tune_recordings.write(scenarios.BY_NAME[name], RATE, folder, seed)
     result, table = folder / "tuned.json", folder / "candidates.csv"
     args = ["tune", "--near", mic.name, "--far", ref.name, "--talker", talker.name,
-            "--jobs", str(jobs), "--json", result.name, "--csv", table.name]
+            "--search-edges", "--jobs", str(jobs), "--json", result.name, "--csv", table.name]
     start = time.perf_counter()
     done = subprocess.run([tool()] + args, cwd=folder, capture_output=True, text=True)
     if done.returncode != 0:

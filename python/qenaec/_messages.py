@@ -6,8 +6,9 @@ line collected goes to logging.getLogger("qenaec"): "[ALGO_MSG_ERR]" lines as er
 "[ALGO_MSG_WRN]" lines as warnings, everything else (the set-up banner, the announcement
 of the active levels) as debug. Unless DML_PATH is set, an instance is set up at message
 level 1 (errors only), as the command-line tool sets it up, so nothing but errors is printed
-in the first place, and the announcement of that level is dropped as the tool drops it. Whatever other threads write to file
-descriptor 1 during a call is collected with the library's lines.
+in the first place, and the announcement of that level is dropped as the tool drops it.
+Whatever other threads write to file descriptor 1 during a call is collected with the
+library's lines.
 """
 import contextlib
 import ctypes
