@@ -111,24 +111,6 @@ TEST(Process, FloatInputIsRoundedAndItsClippingCounted) {
     EXPECT_NE(r.out.find("clipped to 16 bits: 3 near, 0 far samples"), std::string::npos) << r.out;
 }
 
-TEST(Process, TuningReachesTheLibrary) {
-    cli::TempDir tmp;
-    const testkit::Recording in = inputs(1, 1, 16000);
-    auto run_with = [&](std::vector<std::string> extra) {
-        const cli::Result r = cli::process_files(tmp, 16000, 1, in.near, 1, in.far, extra);
-        EXPECT_EQ(r.status, 0) << r.err;
-        return cli::read_wav(tmp.path("out.wav")).samples;
-    };
-    // A host that never calls Config keeps what Init installed; once Config runs, the same
-    // values given either way must give the same output, and every change must show.
-    const auto defaults = run_with({"--intensity", "5,4,4,5,10,10,10"});
-    EXPECT_EQ(run_with({"--edges", "4,6,36,49,50,51", "--ratio", "1"}), defaults);
-    EXPECT_NE(run_with({"--intensity", "25,25,25,25,25,25,25"}), defaults);
-    EXPECT_NE(run_with({"--edges", "10,20,30,40,50,60"}), defaults);
-    EXPECT_NE(run_with({"--intensity", "5,4,4,5,10,10,10", "--ratio", "9"}), defaults);
-    EXPECT_NE(run_with({"--cng"}), defaults);
-}
-
 TEST(Process, ResampleConvertsAnUnsupportedRateAndBack) {
     cli::TempDir tmp;
     const size_t samples = 44100 * 2 + 33;

@@ -171,10 +171,6 @@ int16_t sample(const Source &s, uint32_t t, int16_t far) {
     }
 }
 
-AEC_HANDLE handle_of(const Slot &s, bool null) {
-    return null ? nullptr : s.block;
-}
-
 // Init (or Reset, on a live instance only); variant 1 passes no block, 2 no record.
 void setup(Input &in, Slot &s, int variant, bool reset) {
     AudioAecInit rec = init_record(in);
@@ -206,7 +202,7 @@ bool same(const AudioAecConfig &a, const AudioAecConfig &b) {
 void config(Input &in, Slot &s, bool null_handle, bool null_record) {
     AudioAecConfig cfg = config_record(in), before{}, after{};
     AudioAecInit rec{};
-    const AEC_HANDLE h = handle_of(s, null_handle);
+    const AEC_HANDLE h = null_handle ? nullptr : s.block;
     if (h != nullptr) {
         EXPECT_CODE(QenAec_GetConfig(h, &rec, &before), ALGO_AEC_RET_SUCCESS);
         EXPECT_TRUE(memcmp(&rec, &s.rec, sizeof rec) == 0);
@@ -223,7 +219,7 @@ void config(Input &in, Slot &s, bool null_handle, bool null_record) {
 
 // `count` frames through Run, ADF_Run, NLP_Run or ADF_Run then NLP_Run (`mode` 0..3).
 void frames(Input &in, Slot &s, bool null_handle, int mode, int count, int *budget) {
-    const AEC_HANDLE h = handle_of(s, null_handle);
+    const AEC_HANDLE h = null_handle ? nullptr : s.block;
     const uint32_t nch = s.rec.nearend_channel, fch = s.rec.farend_channel;
     const Source near_src = source(in), far_src = source(in);
     for (int f = 0; f<count && * budget> 0; ++f, --*budget) {
@@ -267,7 +263,7 @@ void step(Input &in, int *budget) {
     const int variant = op >> 5;  // 7: null handle, 6: null record, 3: null block
     const bool null_handle = variant == 7, null_record = variant == 6;
     const int setup_variant = variant % 4 == 3 ? 1 : variant == 6 ? 2 : 0;
-    const AEC_HANDLE h = handle_of(s, null_handle);
+    const AEC_HANDLE h = null_handle ? nullptr : s.block;
     const bool usable = s.state == State::kLive || s.state == State::kFreed || null_handle;
     const int code = op & 0x0F;
     if (code == 0) {

@@ -99,10 +99,7 @@ std::string file_pipeline(const std::string &dir, const std::string &properties)
            "filesrc location=" + dir + "/far.wav ! wavparse ! aec.far_sink";
 }
 
-template <typename Case>
-std::string case_name(const testing::TestParamInfo<Case> &info) {
-    return info.param.name;
-}
+const auto case_name = [](const auto &info) { return std::string(info.param.name); };
 
 // ---- File pipelines against the tool -----------------------------------------------------
 
@@ -206,7 +203,7 @@ INSTANTIATE_TEST_SUITE_P(
                                "edges": [3, 7, 30, 40, 60, 90], "ratio": 3}})"},
         FileCase{"stereo_short_reference_odd_length", 48000, 2, 2, 77, 0.8, true},
         FileCase{"stereo_microphone_mono_reference", 8000, 2, 1, 5}),
-    case_name<FileCase>);
+    case_name);
 
 // ---- Live pipelines -----------------------------------------------------------------------
 
@@ -291,7 +288,7 @@ TEST_P(LivePipeline, KeepsTheMicrophoneFlowing) {
 INSTANTIATE_TEST_SUITE_P(Gst, LivePipeline,
                          testing::Values(LiveCase{"reference_20ms_late", GST_CLOCK_TIME_NONE},
                                          LiveCase{"reference_stopped_half_way", kLiveRun / 2}),
-                         case_name<LiveCase>);
+                         case_name);
 
 // ---- Refused formats and configs -----------------------------------------------------------
 
@@ -347,7 +344,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"config_missing", 16000, 1, false, 16000, "", {"No such file"}},
         Refusal{"config_not_json", 16000, 1, false, 16000, "tuned: yes", {"not valid JSON"}},
         Refusal{"config_edges_short", 16000, 1, false, 16000, kShortEdges, {"tuned.edges"}}),
-    case_name<Refusal>);
+    case_name);
 
 }  // namespace
 

@@ -21,16 +21,7 @@
 namespace {
 
 // kRaw: unconditional, no prefix. kAnnounce, kSetUp: the lines Init prints before, after checks.
-enum Level {
-    kErr = 1,
-    kWrn = 2,
-    kMsg = 4,
-    kAlways = 8,
-    kRaw = 16,
-    kStderr = 32,
-    kAnnounce,
-    kSetUp
-};
+enum Level { kErr = 1, kWrn, kMsg = 4, kAlways = 8, kRaw = 16, kStderr = 32, kAnnounce, kSetUp };
 
 struct Msg {
     Level level;
@@ -57,11 +48,6 @@ struct Row {
 
 constexpr int64_t kFail = static_cast<uint32_t>(-1);  // -1: all bits set
 constexpr int64_t kNull = 0, kHandle = 1;             // what Init and Reset return
-
-std::vector<Msg> operator+(std::vector<Msg> a, const std::vector<Msg> &b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
 
 const std::vector<Msg> kAnnounceLines = {
     {kErr, "ALGO_MSG_ERR\t\n"}, {kWrn, "ALGO_MSG_WRN\t\n"}, {kMsg, "ALGO_MSG_MSG\t\n"}};
@@ -101,14 +87,8 @@ short g_pcm[128];
 AudioAecConfig g_cfg;
 AudioAecInit g_rec;
 
-Out code(ALGO_AEC_RET r) {
-    return {static_cast<uint32_t>(r)};
-}
-
-AEC_HANDLE freed(const Ctx &c) {
-    QenAec_Free(c.h);
-    return c.h;
-}
+const auto code = [](ALGO_AEC_RET r) { return Out{static_cast<uint32_t>(r)}; };
+const auto freed = [](const Ctx &c) { return QenAec_Free(c.h), c.h; };
 
 Out buffer_size() {
     const unsigned size = QenAec_GetBufferSize();
@@ -125,9 +105,9 @@ Out versions() {
     return out;
 }
 
-Out check_record(const Ctx &c, AudioAecInit rec) {
+const auto check_record = [](const Ctx &c, AudioAecInit rec) {
     return code(_QenAec_CheckAudioAecInitElement(&rec, c.mask));
-}
+};
 
 // Init or Reset of the instance's block with `rec`; `null` 1 passes no block, 2 no record.
 Out setup(const Ctx &c, AudioAecInit rec, AEC_HANDLE (*call)(char *, AudioAecInit *) = QenAec_Init,
@@ -155,10 +135,10 @@ Out config(const Ctx &c, int field, uint32_t value) {
     return code(QenAec_Config(c.h, &cfg));
 }
 
-Out set_modes(const Ctx &c, unsigned int m3) {
+const auto set_modes = [](const Ctx &c, unsigned int m3) {
     unsigned int modes[7] = {1, 2, 3, m3, 4, 5, 6};
-    return {_QenAec_SetModeByFreqBand(c.h, modes)};
-}
+    return Out{_QenAec_SetModeByFreqBand(c.h, modes)};
+};
 
 // One mono frame through `run`; `edit` shapes the two ends first.
 Out frame(
@@ -225,10 +205,9 @@ Out fft_run(const Ctx *c, int isgn, bool no_ip) {
     return {0, text};
 }
 
-Out counter_overflow(const Ctx &c, uint16_t before) {
-    c.buf()->mdf_workingbuff.screwed_up = before;
-    return frame(c, QenAec_Run, hostile);
-}
+const auto counter_overflow = [](const Ctx &c, uint16_t before) {
+    return c.buf()->mdf_workingbuff.screwed_up = before, frame(c, QenAec_Run, hostile);
+};
 
 const char *const kNullInit = "[AEC]Fail! The AecWorkingBuff or AudioAecProcessStruct is NULL\t\n";
 const char *const kNullReset = "[AEC]Fail! The WorkingBuff or AudioAecProcessStruct is NULL\t\n";
@@ -381,15 +360,6 @@ const std::vector<Row> kRows = {
     ROW("ne10_init", 0, Out{ne10_init()}),
 };
 
-const char *prefix(Level l) {
-    return l == kWrn ? "[ALGO_MSG_WRN] " : l == kMsg ? "[ALGO_MSG_MSG] " : "[ALGO_MSG_ERR] ";
-}
-
-std::string with_arg(std::string text, const std::string &arg) {
-    const size_t at = text.find('@');
-    return at == std::string::npos ? text : text.replace(at, 1, arg);
-}
-
 class Messages : public testing::TestWithParam<int> {};
 
 TEST_P(Messages, EveryRowPrintsItsTextsUnderTheMaskAndReturnsItsCode) {
@@ -415,18 +385,26 @@ TEST_P(Messages, EveryRowPrintsItsTextsUnderTheMaskAndReturnsItsCode) {
         std::string want_out, want_err;
         std::vector<Msg> msgs;
         for (const Msg &m : row.msgs) {
-            msgs = msgs + (m.level == kAnnounce ? kAnnounceLines
-                           : m.level == kSetUp  ? kInitDone
-                                                : std::vector<Msg>{m});
+            const std::vector<Msg> one{m};
+            const auto &more = m.level == kAnnounce ? kAnnounceLines
+                               : m.level == kSetUp  ? kInitDone
+                                                    : one;
+            msgs.insert(msgs.end(), more.begin(), more.end());
         }
         for (const Msg &m : msgs) {
-            const std::string text = with_arg(m.text, got.arg);
+            std::string text = m.text;
+            if (const size_t at = text.find('@'); at != std::string::npos) {
+                text.replace(at, 1, got.arg);
+            }
             if (m.level == kStderr) {
                 want_err += text;
             } else if (m.level == kRaw) {
                 want_out += text;
             } else if (m.level == kAlways || (mask & m.level) != 0) {
-                want_out.append(prefix(m.level)).append(text);
+                want_out += (m.level == kWrn   ? "[ALGO_MSG_WRN] "
+                             : m.level == kMsg ? "[ALGO_MSG_MSG] "
+                                               : "[ALGO_MSG_ERR] ") +
+                            text;
             }
         }
         EXPECT_EQ(out, want_out);
