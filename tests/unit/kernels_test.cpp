@@ -111,7 +111,9 @@ TEST(Approximations, PowerIsTwoToTheExactLogThroughItsQuadratic) {
     EXPECT_NEAR(p[end + 3], 1.0017247f, 1e-6f);  // b = 0 gives Q(0)
 }
 
-TEST(SpectralKernels, PowerSpectrumIsEachBinsSquaredMagnitude) {
+// Power spectrum; acc = sum of X_i Y_i, past the last group of four the imaginary term landing on
+// float i + 1; p w conj(X) Y.
+TEST(SpectralKernels, PowerMulAccumAndWeightedConjugateProduct) {
     for (int bins : kBinCounts) {
         for (int off : {0, 1}) {
             const std::vector<float> x = noise(2 * bins + off, -3000, 3000, bins);
@@ -124,12 +126,6 @@ TEST(SpectralKernels, PowerSpectrumIsEachBinsSquaredMagnitude) {
             }
             EXPECT_EQ(ps.back(), -1.0f) << "wrote past " << bins << " bins";
         }
-    }
-}
-
-// acc = sum of X_i Y_i; past the last group of four the imaginary term lands on float i + 1.
-TEST(SpectralKernels, MulAccumSumsComplexProductsWithTheTailQuirk) {
-    for (int bins : kBinCounts) {
         for (int M : {0, 1, 3, 8, 9, 17}) {
             const int N = 2 * bins, off = M % 2;
             if (M >= N) {
@@ -154,11 +150,6 @@ TEST(SpectralKernels, MulAccumSumsComplexProductsWithTheTailQuirk) {
                 ASSERT_NEAR(acc[j], want[j], 1e-6 * scale[j]) << N << " floats, M " << M;
             }
         }
-    }
-}
-
-TEST(SpectralKernels, WeightedConjugateProductIsPTimesWTimesConjXTimesY) {
-    for (int bins : kBinCounts) {
         for (float p : {0.37f, 0.0f}) {
             const int N = 2 * bins;
             std::vector<float> w = noise(bins + 1, 0, 1, 3), X = noise(N + 1, -9, 9, 4);
@@ -414,9 +405,7 @@ TEST(VectorHelpers, SortOrdersUpToFortyEightValuesOnly) {
         }
     }
     std::vector<float> v(60);
-    for (int i = 0; i < 60; ++i) {
-        v[i] = static_cast<float>(60 - i);
-    }
+    std::iota(v.rbegin(), v.rend(), 1.0f);  // 60 down to 1
     VelFuncAec_quickSort(v.data(), 0, 59);
     EXPECT_EQ(v[47], 60.0f);  // the largest stops at the bound instead of index 59
 }
