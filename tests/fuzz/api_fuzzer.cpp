@@ -20,11 +20,10 @@
 namespace {
 
 // Bytes in order; zeros once used up.
-class Input {
-public:
-    Input(const uint8_t *data, size_t size) : p_(data), end_(data + size) {}
-    bool empty() const { return p_ == end_; }
-    uint8_t u8() { return p_ == end_ ? 0 : *p_++; }
+struct Input {
+    const uint8_t *p, *end;
+    bool empty() const { return p == end; }
+    uint8_t u8() { return p == end ? 0 : *p++; }
     uint16_t u16() {
         const uint8_t lo = u8();
         return static_cast<uint16_t>(lo | u8() << 8);
@@ -39,9 +38,6 @@ public:
         const uint8_t c = u8();
         return c < N ? table[c] : u32();
     }
-
-private:
-    const uint8_t *p_, *end_;
 };
 
 FILE *g_report = nullptr;  // the real stderr; the library's own output goes to /dev/null
@@ -326,7 +322,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         s.state = State::kBlank;
         s.rec = AudioAecInit{};
     }
-    Input in(data, size);
+    Input in{data, data + size};
     int budget = kMaxFrames;
     while (!in.empty()) {
         step(in, &budget);
