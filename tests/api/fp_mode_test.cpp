@@ -1,6 +1,7 @@
 // The run functions may change the floating-point mode while they work (to flush denormals)
-// but must hand the caller's own mode back: rounding direction and, on x86, every control
-// bit of MXCSR. Exception flags are not compared: ordinary arithmetic raises them.
+// but must hand the caller's own mode back: rounding direction and every control bit of
+// MXCSR (x86) or FPSCR (ARMv7). Exception flags are not compared: ordinary arithmetic raises
+// them.
 #include <gtest/gtest.h>
 
 #include <cfenv>
@@ -17,6 +18,13 @@ namespace {
 constexpr unsigned kMxcsrFlags = 0x3Fu;
 unsigned control_bits() {
     return _mm_getcsr() & ~kMxcsrFlags;
+}
+#elif defined(__arm__)
+// FPSCR without the cumulative exception flags (bits 0-7) and the comparison flags (27-31).
+unsigned control_bits() {
+    unsigned fpscr;
+    __asm__ volatile("vmrs %0, fpscr" : "=r"(fpscr));
+    return fpscr & 0x07FFFF00u;
 }
 #else
 unsigned control_bits() {
@@ -49,6 +57,12 @@ TEST_P(FpMode, RunFunctionsRestoreTheCallersMode) {
     if (GetParam() == 2) {
         _mm_setcsr(_mm_getcsr() | 0x8040u);
     }
+#elif defined(__arm__)
+    unsigned saved_fpscr;
+    __asm__ volatile("vmrs %0, fpscr" : "=r"(saved_fpscr));
+    if (GetParam() == 2) {
+        __asm__ volatile("vmsr fpscr, %0" : : "r"(saved_fpscr | (1u << 24)));
+    }
 #endif
     const int round = fegetround();
     const unsigned bits = control_bits();
@@ -63,6 +77,8 @@ TEST_P(FpMode, RunFunctionsRestoreTheCallersMode) {
     fesetround(saved_round);
 #if defined(__SSE__)
     _mm_setcsr(saved_csr);
+#elif defined(__arm__)
+    __asm__ volatile("vmsr fpscr, %0" : : "r"(saved_fpscr));
 #endif
 }
 

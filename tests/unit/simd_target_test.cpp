@@ -50,6 +50,41 @@ TEST(SimdTarget, ArithmeticLanesAreIndependent) {
     }
 }
 
+// Comparisons give all-ones lanes where they hold, also across signed zeros and never for a
+// NaN; negation flips the sign of zero too. On ARMv7 these are the library's own
+// instructions, not the compiler header's.
+TEST(SimdTarget, ComparisonsAndNegationPerLane) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float32x4_t a = load(1.0f, 2.0f, -0.0f, nan);
+    const float32x4_t b = load(2.0f, 2.0f, 0.0f, 1.0f);
+    struct Case {
+        const char *name;
+        uint32x4_t mask;
+        bool expected[4];
+    };
+    const Case cases[] = {
+        {"a > b", vcgtq_f32(a, b), {false, false, false, false}},
+        {"a >= b", vcgeq_f32(a, b), {false, true, true, false}},
+        {"a < b", vcltq_f32(a, b), {true, false, false, false}},
+        {"a <= b", vcleq_f32(a, b), {true, true, true, false}},
+        {"b > a", vcgtq_f32(b, a), {true, false, false, false}},
+    };
+    for (const Case &c : cases) {
+        uint32_t lanes[4];
+        vst1q_u32(lanes, c.mask);
+        for (int i = 0; i < 4; ++i) {
+            EXPECT_EQ(lanes[i], c.expected[i] ? 0xFFFFFFFFu : 0u) << c.name << " lane " << i;
+        }
+    }
+    float out[4];
+    store(vnegq_f32(load(1.5f, -2.0f, 0.0f, -0.0f)), out);
+    const float negated[4] = {-1.5f, 2.0f, -0.0f, 0.0f};
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(out[i], negated[i]) << "lane " << i;
+        EXPECT_EQ(std::signbit(out[i]), std::signbit(negated[i])) << "lane " << i;
+    }
+}
+
 // The estimate instructions are only about 8 bits exact; the kernels' refinement steps
 // assume no worse. Values span the magnitudes of spectral powers.
 TEST(SimdTarget, ReciprocalEstimatesHaveEightBits) {
