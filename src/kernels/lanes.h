@@ -32,6 +32,12 @@ inline void for_each_bin(int bins, Body &&body) {
     }
 }
 
+// The same walk over the n elements of a sample block or any plain array.
+template <typename Body>
+inline void for_each_element(int n, Body &&body) {
+    for_each_bin(n, static_cast<Body &&>(body));
+}
+
 template <typename V>
 V load(const float *p);
 template <>
@@ -47,6 +53,19 @@ inline void store(float *p, float v) {
 }
 inline void store(float *p, float32x4_t v) {
     vst1q_f32(p, v);
+}
+
+// p[0], p[-1], p[-2], p[-3]: four elements read downwards, as a window's falling half.
+template <typename V>
+V load_reversed(const float *p);
+template <>
+inline float load_reversed<float>(const float *p) {
+    return *p;
+}
+template <>
+inline float32x4_t load_reversed<float32x4_t>(const float *p) {
+    const float32x4_t v = vrev64q_f32(vld1q_f32(p - 3));
+    return vcombine_f32(vget_high_f32(v), vget_low_f32(v));
 }
 
 template <typename V>

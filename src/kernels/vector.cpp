@@ -1,9 +1,12 @@
 // The inner product in four lanes (lane l sums the products of indices l mod 4, the lanes are
-// added in order, then the remainder one by one) and the vector block copy of memcpy_fast.
+// added in order, then the remainder one by one), the element-wise kernels, and the vector
+// block copy of memcpy_fast.
 #include "kernels/vector.h"
 
 #include "dsp/vector_math.h"
-#include "kernels/simd.h"
+#include "kernels/lanes.h"
+
+using namespace lanes;
 
 void InnerProduct_neon(float *input1, float *input2, float *output, int length) {
     *output = 0.0f;
@@ -18,6 +21,71 @@ void InnerProduct_neon(float *input1, float *input2, float *output, int length) 
     for (; i < length; ++i) {
         *output += input1[i] * input2[i];
     }
+}
+
+void vec_scale(const float *x, float s, float *out, int n) {
+    for_each_element(n, [&](int i, auto lane) {
+        using V = decltype(lane);
+        store(&out[i], mul(load<V>(&x[i]), splat<V>(s)));
+    });
+}
+
+void vec_add(const float *a, const float *b, float *out, int n) {
+    for_each_element(n, [&](int i, auto lane) {
+        using V = decltype(lane);
+        store(&out[i], add(load<V>(&a[i]), load<V>(&b[i])));
+    });
+}
+
+void vec_sub(const float *a, const float *b, float *out, int n) {
+    for_each_element(n, [&](int i, auto lane) {
+        using V = decltype(lane);
+        store(&out[i], sub(load<V>(&a[i]), load<V>(&b[i])));
+    });
+}
+
+void vec_crossfade(const float *wa, const float *a, const float *wb, const float *b, float *out,
+                   int n) {
+    for_each_element(n, [&](int i, auto lane) {
+        using V = decltype(lane);
+        const V fa = mul(load<V>(&wa[i]), load<V>(&a[i]));
+        store(&out[i], mla(fa, load<V>(&wb[i]), load<V>(&b[i])));
+    });
+}
+
+void vec_preemphasis(const float *x, float prev, float c, float *out, int n) {
+    // Each step reads its four inputs and the last one of the step before, kept from before
+    // it was overwritten, so that `out` may be `x`.
+    const int grouped = grouped_bins(n);
+    float32x4_t last = vdupq_n_f32(prev);
+    for (int i = 0; i < grouped; i += 4) {
+        const float32x4_t v = vld1q_f32(&x[i]);
+        vst1q_f32(&out[i], mls(v, vextq_f32(last, v, 3), splat<float32x4_t>(c)));
+        last = v;
+    }
+    float before = grouped > 0 ? vgetq_lane_f32(last, 3) : prev;
+    for (int i = grouped; i < n; ++i) {
+        const float v = x[i];
+        out[i] = mls(v, before, c);
+        before = v;
+    }
+}
+
+void vec_window_pair(const float *pair, const float *w, float *out, int half) {
+    for_each_element(half, [&](int i, auto lane) {
+        using V = decltype(lane);
+        store(&out[i], mul(load<V>(&pair[i]), load<V>(&w[i])));
+        store(&out[half + i], mul(load<V>(&pair[half + i]), load_reversed<V>(&w[half - i])));
+    });
+}
+
+void vec_conjugate(const float *x, float *out, int bins) {
+    for_each_bin(bins, [&](int k, auto lane) {
+        using V = decltype(lane);
+        complex_t<V> c = load_complex<V>(&x[2 * k]);
+        c.im = neg(c.im);
+        store_complex(&out[2 * k], c);
+    });
 }
 
 void copy_64byte_blocks(unsigned char *dst, const unsigned char *src, size_t blocks,

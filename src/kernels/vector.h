@@ -1,9 +1,28 @@
-// 4-lane helpers on plain float and byte arrays: the inner product behind ne10_InnerProduct and
-// the 64-byte block copy behind memcpy_fast (both declared with their entry points in
-// dsp/vector_math.h).
+// 4-lane helpers on plain float and byte arrays: element-wise kernels on sample blocks and
+// spectra, and the 64-byte block copy behind memcpy_fast (the inner product is declared with
+// its entry point in dsp/vector_math.h). The element-wise kernels take any length: four
+// elements at a time, then the rest one by one, each element computed exactly as its scalar
+// formula (the frame's FP mode makes both widths round alike).
 #pragma once
 
 #include <cstddef>
+
+// out[i] = x[i] * s. `out` may be `x`.
+void vec_scale(const float *x, float s, float *out, int n);
+// out[i] = a[i] + b[i], and out[i] = a[i] - b[i]. `out` may be `a` or `b`.
+void vec_add(const float *a, const float *b, float *out, int n);
+void vec_sub(const float *a, const float *b, float *out, int n);
+// out[i] = wa[i] * a[i] + wb[i] * b[i]. `out` may be `a` or `b`.
+void vec_crossfade(const float *wa, const float *a, const float *wb, const float *b, float *out,
+                   int n);
+// out[i] = x[i] - c * x[i - 1] with x[-1] = prev: first-order pre-emphasis. `out` may be `x`.
+void vec_preemphasis(const float *x, float prev, float c, float *out, int n);
+// A pair of `half`-sample blocks under a symmetric window of which `w` holds the rising half
+// (half + 1 values): out[i] = pair[i] * w[i], out[half + i] = pair[half + i] * w[half - i].
+// `out` may be `pair`.
+void vec_window_pair(const float *pair, const float *w, float *out, int half);
+// The complex conjugates of the `bins` (re, im) pairs of x into out.
+void vec_conjugate(const float *x, float *out, int bins);
 
 // Copies `blocks` blocks of 64 bytes as 16-byte vector loads and stores, prefetching the
 // source `prefetch` bytes ahead.

@@ -79,9 +79,9 @@ float advance_far_end(const fft_ctx_t &fft, MdfEchoState *st) {
 
 // Foreground echo spectrum into Y, its error into e[0..127] (the echo estimate itself in
 // e[128..255]); returns Sff.
-float foreground_error(MdfEchoState *st, float *Y, float *e, const mdf_transform_t &t) {
+float foreground_error(MdfEchoState *st, float *Y, float *e, const fft_ctx_t &fft) {
     VelFunc_SpectralMulAccum(st->X, st->foreground, Y, kAecSpectrum, kAecPartitions);
-    mdf_inverse(t, Y, e);
+    mdf_inverse(fft, Y, e);
     for (int i = 0; i < kAecBlock; ++i) {
         e[i] = st->input[i] - e[kAecBlock + i];
     }
@@ -90,7 +90,7 @@ float foreground_error(MdfEchoState *st, float *Y, float *e, const mdf_transform
 
 // One gradient step of the background filter W with the previous frame's error spectrum E,
 // then the constraint of partition 0 and of the partition whose turn it is.
-void adapt_background(MdfEchoState *st, float *W, const float *E, const mdf_transform_t &t) {
+void adapt_background(MdfEchoState *st, float *W, const float *E, const fft_ctx_t &fft) {
     mdf_adjust_prop(W, kAecSpectrum, kAecPartitions, st->prop);
     if (st->saturated == 0) {
         for (int j = kAecPartitions - 1; j >= 0; --j) {
@@ -107,9 +107,9 @@ void adapt_background(MdfEchoState *st, float *W, const float *E, const mdf_tran
         if (!mdf_constrains_partition(st->cancel_count, j)) {
             continue;
         }
-        mdf_inverse(t, W + j * kAecSpectrum, st->wtmp);
+        mdf_inverse(fft, W + j * kAecSpectrum, st->wtmp);
         memset(st->wtmp + kAecBlock, 0, sizeof(float) * kAecBlock);
-        mdf_forward(t.fft, st->wtmp, W + j * kAecSpectrum);
+        mdf_forward(fft, st->wtmp, W + j * kAecSpectrum);
     }
 }
 
@@ -117,9 +117,9 @@ void adapt_background(MdfEchoState *st, float *W, const float *E, const mdf_tran
 // Dbf, background error into e[0..127] and its energy See. The echo estimate that leaves the
 // step is taken here.
 void background_error(const MdfEchoState *st, const float *W, float *Y, float *e, float *y,
-                      const mdf_transform_t &t, float *estimated_echo, frame_sums_t *s) {
+                      const fft_ctx_t &fft, float *estimated_echo, frame_sums_t *s) {
     VelFunc_SpectralMulAccum(st->X, W, Y, kAecSpectrum, kAecPartitions);
-    mdf_inverse(t, Y, y);
+    mdf_inverse(fft, Y, y);
     for (int i = 0; i < kAecBlock; ++i) {
         e[i] = e[kAecBlock + i] - y[kAecBlock + i];
     }
@@ -324,16 +324,16 @@ void update_step_sizes(MdfEchoState *st, const frame_sums_t &s, float RER) {
 
 }  // namespace
 
-void mdf_step(MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &t, int dbg_level,
+void mdf_step(MdfEchoState *st, const mdf_borrowed_t &b, const fft_ctx_t &fft, int dbg_level,
               const float *in, const float *far_end, float *out, float *estimated_echo) {
     frame_sums_t s;
 
     advance_cancel_count(dbg_level, st);
     preprocess(st, in, far_end);
-    s.Sxx = advance_far_end(t.fft, st);
-    s.Sff = foreground_error(st, b.Y, b.e, t);
-    adapt_background(st, b.W, b.E, t);
-    background_error(st, b.W, b.Y, b.e, b.y, t, estimated_echo, &s);
+    s.Sxx = advance_far_end(fft, st);
+    s.Sff = foreground_error(st, b.Y, b.e, fft);
+    adapt_background(st, b.W, b.E, fft);
+    background_error(st, b.W, b.Y, b.e, b.y, fft, estimated_echo, &s);
     choose_filter(st, b.W, b.e, b.y, &s);
     write_output(st, b.e, out);
     frame_energies(st, b.e, b.y, &s);
@@ -348,7 +348,7 @@ void mdf_step(MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &
     if (s.See < 25600.0f) {
         s.See = 25600.0f;
     }
-    frame_spectra(st, b.e, b.y, b.E, b.Y, b.Xf, t.fft);
+    frame_spectra(st, b.e, b.y, b.E, b.Y, b.Xf, fft);
     update_leak(st, s);
     update_step_sizes(st, s, residual_to_error_ratio(st, s));
 

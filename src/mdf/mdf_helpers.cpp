@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "kernels/vector.h"
 #include "mdf/mdf.h"
 
 namespace {
@@ -71,25 +72,15 @@ bool mdf_constrains_partition(unsigned cancel_count, int j) {
     return j == 0 || static_cast<int>(cancel_count % 7) == j - 1;
 }
 
-// The transform runs in place in the destination (258 floats), and the 1/256 is a scale by
-// 2^-8, which gives the same bits as the division.
+// The 1/256 is a scale by 2^-8, which gives the same bits as the division.
 void mdf_forward(const fft_ctx_t &fft, const float *time_domain, float *frequency_domain) {
-    float *a = frequency_domain;
-    memcpy(a, time_domain, sizeof(float) * kAecFft);
-    fft_forward(fft, a);
-    for (int i = 0; i < kAecSpectrum; ++i) {
-        a[i] *= 1.0f / kAecFft;
-    }
+    fft_forward_to(fft, time_domain, frequency_domain);
+    vec_scale(frequency_domain, 1.0f / kAecFft, frequency_domain, kAecSpectrum);
 }
 
-// The time block has no room for the two extra floats, so the inverse runs in the scratch; the
-// scaling is folded into the copy into it.
-void mdf_inverse(const mdf_transform_t &transform, const float *frequency_domain,
-                 float *time_domain) {
-    float *a = transform.scratch;
-    for (int i = 0; i < kAecSpectrum; ++i) {
-        a[i] = frequency_domain[i] * kAecFft;
-    }
-    fft_inverse(transform.fft, a);
-    memcpy(time_domain, a, sizeof(float) * kAecFft);
+// The scaling is folded into the copy into the spectrum stage, before the inverse.
+void mdf_inverse(const fft_ctx_t &fft, const float *frequency_domain, float *time_domain) {
+    float *a = fft_spectrum_stage(fft);
+    vec_scale(frequency_domain, static_cast<float>(kAecFft), a, kAecSpectrum);
+    fft_inverse_to(fft, a, time_domain);
 }
