@@ -197,6 +197,23 @@ inline float divide(float a, float b) {
 inline float32x4_t divide(float32x4_t a, float32x4_t b) {
     return vdivq_f32(a, b);
 }
+// a / b exactly in both widths, where the formula needs the correctly rounded quotient: ARMv7
+// divides lane by lane in the scalar unit.
+inline float divide_exactly(float a, float b) {
+    return a / b;
+}
+inline float32x4_t divide_exactly(float32x4_t a, float32x4_t b) {
+#if QENAEC_NATIVE_NEON
+    float32x4_t q = a;
+    q = vsetq_lane_f32(vgetq_lane_f32(a, 0) / vgetq_lane_f32(b, 0), q, 0);
+    q = vsetq_lane_f32(vgetq_lane_f32(a, 1) / vgetq_lane_f32(b, 1), q, 1);
+    q = vsetq_lane_f32(vgetq_lane_f32(a, 2) / vgetq_lane_f32(b, 2), q, 2);
+    q = vsetq_lane_f32(vgetq_lane_f32(a, 3) / vgetq_lane_f32(b, 3), q, 3);
+    return q;
+#else
+    return a / b;  // the emulation's vector type divides exactly, lane by lane
+#endif
+}
 inline float power(float a, float b) {
     return static_cast<float>(std::pow(static_cast<double>(a), static_cast<double>(b)));
 }

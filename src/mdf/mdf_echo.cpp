@@ -10,6 +10,8 @@
 #include "diag/log.h"
 #include "dsp/vector_math.h"
 #include "kernels/spectral.h"
+#include "kernels/step_control.h"
+#include "kernels/vector.h"
 #include "mdf/mdf.h"
 
 namespace {
@@ -47,18 +49,10 @@ void advance_cancel_count(int dbg_level, MdfEchoState *st) {
 // the upper half of st->x.
 void preprocess(MdfEchoState *st, const float *in, const float *far_end) {
     filter_dc_notch16(in, st->notch_radius, st->input, kAecBlock, st->notch_mem, 1);
-    const float preemph = st->preemph;
-    st->x[kAecBlock] = far_end[0] - preemph * st->memX;
-    for (int i = 1; i < kAecBlock; ++i) {
-        st->x[kAecBlock + i] = far_end[i] - preemph * far_end[i - 1];
-    }
+    vec_preemphasis(far_end, st->memX, st->preemph, &st->x[kAecBlock], kAecBlock);
     st->memX = far_end[kAecBlock - 1];
-    float memD = st->memD;
-    for (int i = 0; i < kAecBlock; ++i) {
-        const float d = st->input[i];
-        st->input[i] = d - preemph * memD;
-        memD = d;
-    }
+    const float memD = st->input[kAecBlock - 1];
+    vec_preemphasis(st->input, st->memD, st->preemph, st->input, kAecBlock);
     st->memD = memD;
 }
 
@@ -82,9 +76,7 @@ float advance_far_end(const fft_ctx_t &fft, MdfEchoState *st) {
 float foreground_error(MdfEchoState *st, float *Y, float *e, const fft_ctx_t &fft) {
     VelFunc_SpectralMulAccum(st->X, st->foreground, Y, kAecSpectrum, kAecPartitions);
     mdf_inverse(fft, Y, e);
-    for (int i = 0; i < kAecBlock; ++i) {
-        e[i] = st->input[i] - e[kAecBlock + i];
-    }
+    vec_sub(st->input, &e[kAecBlock], e, kAecBlock);
     return dot(e, e);
 }
 
@@ -94,11 +86,10 @@ void adapt_background(MdfEchoState *st, float *W, const float *E, const fft_ctx_
     mdf_adjust_prop(W, kAecSpectrum, kAecPartitions, st->prop);
     if (st->saturated == 0) {
         for (int j = kAecPartitions - 1; j >= 0; --j) {
+            float *Wj = W + j * kAecSpectrum;
             VelFunc_WeightedSpectralMulConj(
                 st->power_1, st->prop[j], st->X + (j + 1) * kAecSpectrum, E, st->PHI, kAecSpectrum);
-            for (int i = 0; i < kAecSpectrum; ++i) {
-                W[j * kAecSpectrum + i] += st->PHI[i];
-            }
+            vec_add(Wj, st->PHI, Wj, kAecSpectrum);
         }
     } else {
         st->saturated--;
@@ -120,13 +111,9 @@ void background_error(const MdfEchoState *st, const float *W, float *Y, float *e
                       const fft_ctx_t &fft, float *estimated_echo, frame_sums_t *s) {
     VelFunc_SpectralMulAccum(st->X, W, Y, kAecSpectrum, kAecPartitions);
     mdf_inverse(fft, Y, y);
-    for (int i = 0; i < kAecBlock; ++i) {
-        e[i] = e[kAecBlock + i] - y[kAecBlock + i];
-    }
+    vec_sub(&e[kAecBlock], &y[kAecBlock], e, kAecBlock);
     s->Dbf = 10 + dot(e, e);
-    for (int i = 0; i < kAecBlock; ++i) {
-        e[i] = st->input[i] - y[kAecBlock + i];
-    }
+    vec_sub(st->input, &y[kAecBlock], e, kAecBlock);
     memcpy(estimated_echo, y + kAecBlock, sizeof(float) * kAecBlock);
     s->See = dot(e, e);
 }
@@ -154,10 +141,8 @@ void choose_filter(MdfEchoState *st, float *W, float *e, float *y, frame_sums_t 
         clear_difference_stats(st);
         memcpy(st->foreground, W, sizeof(float) * kAecPartitioned);
         // Cross-fade from the old foreground's output into the new one's.
-        for (int i = 0; i < kAecBlock; ++i) {
-            e[kAecBlock + i] =
-                st->window[kAecBlock + i] * e[kAecBlock + i] + st->window[i] * y[kAecBlock + i];
-        }
+        vec_crossfade(&st->window[kAecBlock], &e[kAecBlock], st->window, &y[kAecBlock],
+                      &e[kAecBlock], kAecBlock);
         return;
     }
     const bool reset = (-d) * std::fabs(d) > 4 * Sff * Dbf ||
@@ -166,9 +151,7 @@ void choose_filter(MdfEchoState *st, float *W, float *e, float *y, frame_sums_t 
     if (reset) {
         memcpy(W, st->foreground, sizeof(float) * kAecPartitioned);
         memcpy(y + kAecBlock, e + kAecBlock, sizeof(float) * kAecBlock);
-        for (int i = 0; i < kAecBlock; ++i) {
-            e[i] = st->input[i] - y[kAecBlock + i];
-        }
+        vec_sub(st->input, &y[kAecBlock], e, kAecBlock);
         s->See = Sff;
         clear_difference_stats(st);
     }
@@ -176,11 +159,13 @@ void choose_filter(MdfEchoState *st, float *W, float *e, float *y, frame_sums_t 
 
 // Residual with de-emphasis, clamped to 16 bits; the clamped value feeds the de-emphasis.
 void write_output(MdfEchoState *st, const float *e, float *out) {
+    // The differences first, four at a time; the recursion then runs on them in `out`.
+    vec_sub(st->input, &e[kAecBlock], out, kAecBlock);
     // A local memory: `out` could alias the state, so st->memE would be stored every sample.
     const float preemph = st->preemph;
     float memE = st->memE;
     for (int i = 0; i < kAecBlock; ++i) {
-        float tmp_out = (st->input[i] - e[kAecBlock + i]) + preemph * memE;
+        float tmp_out = out[i] + preemph * memE;
         if (tmp_out > 32767) {
             tmp_out = 32767;
         } else if (tmp_out < -32768) {
@@ -232,25 +217,21 @@ void frame_spectra(MdfEchoState *st, const float *e, float *y, float *E, float *
     VelFunAec_PowerSpectrum(E, st->Rf, kAecSpectrum);
     VelFunAec_PowerSpectrum(Y, st->Yf, kAecSpectrum);
     VelFunAec_PowerSpectrum(st->X, Xf, kAecSpectrum);
-    const float ss = static_cast<float>(0.35 / kAecPartitions);
-    for (int i = 0; i < kAecBins; ++i) {
-        st->power[i] = (1 - ss) * st->power[i] + 1 + ss * Xf[i];
-    }
+    smooth_far_power(st->power, Xf, static_cast<float>(0.35 / kAecPartitions), kAecBins);
 }
 
 // Correlation of error and echo-estimate power fluctuations gives the leak of the echo into
 // the residual.
 void update_leak(MdfEchoState *st, const frame_sums_t &s) {
+    float pey[kAecBins];
+    float pyy[kAecBins];
+    leak_terms(st->Rf, st->Yf, st->spec_average, st->Eh, st->Yh, pey, pyy, kAecBins);
+    // Summed from the top bin down, as the filter has always done.
     float Pey = 1.0f;
     float Pyy = 1.0f;
-    const float a = st->spec_average;
     for (int j = kAecBins - 1; j >= 0; --j) {
-        const float Eh = st->Rf[j] - st->Eh[j];
-        const float Yh = st->Yf[j] - st->Yh[j];
-        Pey += Eh * Yh;
-        Pyy += Yh * Yh;
-        st->Eh[j] = (1 - a) * st->Eh[j] + a * st->Rf[j];
-        st->Yh[j] = (1 - a) * st->Yh[j] + a * st->Yf[j];
+        Pey += pey[j];
+        Pyy += pyy[j];
     }
     Pyy = std::sqrt(Pyy);
     Pey = Pey / Pyy;
@@ -297,14 +278,8 @@ void update_step_sizes(MdfEchoState *st, const frame_sums_t &s, float RER) {
         st->adapted = 1;
     }
     if (st->adapted) {
-        for (int i = 0; i < kAecBins; ++i) {
-            float r = st->leak_estimate * st->Yf[i];
-            const float e = st->Rf[i] + 1;
-            if (r > 0.5f * e) {
-                r = 0.5f * e;
-            }
-            st->power_1[i] = (0.7f * r + 0.3f * RER * e) / ((st->power[i] + 10) * e);
-        }
+        step_sizes_adapted(st->Rf, st->Yf, st->power, st->leak_estimate, RER, st->power_1,
+                           kAecBins);
         return;
     }
     float adapt_rate = 0;
@@ -316,9 +291,7 @@ void update_step_sizes(MdfEchoState *st, const frame_sums_t &s, float RER) {
         adapt_rate = tmp32 / s.See;
     }
     // Runs on a quiet far end too, so the step sizes drop to 0 there.
-    for (int i = 0; i < kAecBins; ++i) {
-        st->power_1[i] = adapt_rate / (st->power[i] + 10);
-    }
+    step_sizes_fixed(st->power, adapt_rate, st->power_1, kAecBins);
     st->sum_adapt += adapt_rate;
 }
 
@@ -354,8 +327,6 @@ void mdf_step(MdfEchoState *st, const mdf_borrowed_t &b, const fft_ctx_t &fft, i
 
     if (st->adapted) {
         memcpy(st->last_y, st->last_y + kAecBlock, sizeof(float) * kAecBlock);
-        for (int i = 0; i < kAecBlock; ++i) {
-            st->last_y[kAecBlock + i] = in[i] - out[i];
-        }
+        vec_sub(in, out, &st->last_y[kAecBlock], kAecBlock);
     }
 }

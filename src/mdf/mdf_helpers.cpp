@@ -4,12 +4,13 @@
 #include <cmath>
 #include <cstring>
 
+#include "kernels/step_control.h"
 #include "kernels/vector.h"
 #include "mdf/mdf.h"
 
 namespace {
 
-constexpr int kPropBatch = 8;  // partitions whose energies are summed side by side
+constexpr int kPropBatch = 8;  // partitions whose energies are summed in one call
 
 }  // namespace
 
@@ -35,19 +36,9 @@ void mdf_adjust_prop(const mdf_word32_t *W, int N, int M, mdf_word16_t *prop) {
     // Both sums start at 1, so the weights add up to a little less than 0.99.
     float max_sum = 1.0f;
     for (int i0 = 0; i0 < M; i0 += kPropBatch) {
-        // Several partitions' energies advance side by side, each summed in its own order,
-        // so the additions do not wait on one another.
         const int count = M - i0 < kPropBatch ? M - i0 : kPropBatch;
         float tmp[kPropBatch];
-        for (int k = 0; k < count; ++k) {
-            tmp[k] = 1.0f;
-        }
-        for (int j = 0; j < N; ++j) {
-            for (int k = 0; k < count; ++k) {
-                const float w = W[(i0 + k) * N + j];
-                tmp[k] += w * w;
-            }
-        }
+        partition_energies(W + i0 * N, N, count, tmp);
         for (int k = 0; k < count; ++k) {
             prop[i0 + k] = static_cast<float>(std::sqrt(static_cast<double>(tmp[k])));
         }
