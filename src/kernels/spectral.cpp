@@ -59,16 +59,38 @@ void SpectralMulAccum_Neon(const float *X, const float *Y, float *acc, int N, in
     }
 }
 
+namespace {
+
+// The bins from k on of conj(X) * Y, each scaled by w[k] * p (the products rounded in this
+// order).
+template <typename V>
+inline complex_t<V> weighted_conj_product(const float *w, float p, const float *X, const float *Y,
+                                          int k) {
+    const V pw = mul(load<V>(w + k), splat<V>(p));
+    const complex_t<V> a = load_complex<V>(X + 2 * k);
+    const complex_t<V> b = load_complex<V>(Y + 2 * k);
+    const V re = mla(mul(a.re, b.re), a.im, b.im);
+    const V im = mls(mul(a.re, b.im), a.im, b.re);
+    return {mul(pw, re), mul(pw, im)};
+}
+
+}  // namespace
+
 void WeightedSpectralMulConj_Neon(const float *w, const float p, const float *X, const float *Y,
                                   float *prod, int N) {
     for_each_bin(N / 2, [&](int k, auto lane) {
         using V = decltype(lane);
-        const V pw = mul(load<V>(w + k), splat<V>(p));
-        const complex_t<V> a = load_complex<V>(X + 2 * k);
-        const complex_t<V> b = load_complex<V>(Y + 2 * k);
-        const V re = mla(mul(a.re, b.re), a.im, b.im);
-        const V im = mls(mul(a.re, b.im), a.im, b.re);
-        store_complex(prod + 2 * k, complex_t<V>{mul(pw, re), mul(pw, im)});
+        store_complex(prod + 2 * k, weighted_conj_product<V>(w, p, X, Y, k));
+    });
+}
+
+void WeightedSpectralMulConjAccum(const float *w, float p, const float *X, const float *Y,
+                                  float *acc, int N) {
+    for_each_bin(N / 2, [&](int k, auto lane) {
+        using V = decltype(lane);
+        const complex_t<V> prod = weighted_conj_product<V>(w, p, X, Y, k);
+        const complex_t<V> sum = load_complex<V>(acc + 2 * k);
+        store_complex(acc + 2 * k, complex_t<V>{add(sum.re, prod.re), add(sum.im, prod.im)});
     });
 }
 

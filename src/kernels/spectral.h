@@ -13,3 +13,7 @@ void PowerSpectrum_Neon(const float *X, float *ps, int length);
 void SpectralMulAccum_Neon(const float *X, const float *Y, float *acc, int N, int M);
 void WeightedSpectralMulConj_Neon(const float *w, const float p, const float *X, const float *Y,
                                   float *prod, int N);
+// The same product added to `acc` instead of stored: acc += prod, each product rounded first,
+// as the filter's weight update takes it.
+void WeightedSpectralMulConjAccum(const float *w, float p, const float *X, const float *Y,
+                                  float *acc, int N);

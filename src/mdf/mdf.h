@@ -105,6 +105,13 @@ void mdf_step(MdfEchoState *st, const mdf_borrowed_t &borrowed, const fft_ctx_t 
 // forward of a block returns the block.
 void mdf_forward(const fft_ctx_t &fft, const float *time_domain, float *frequency_domain);
 void mdf_inverse(const fft_ctx_t &fft, const float *frequency_domain, float *time_domain);
+// mdf_inverse for a caller that reads only the upper 128 samples: those come out the same,
+// the lower half stays on the engine's scale (1/256 of mdf_inverse's).
+void mdf_inverse_upper(const fft_ctx_t &fft, const float *frequency_domain, float *time_domain);
+// The gradient constraint of one partition of W (258 floats) through `wtmp` (256): the
+// partition's impulse response with its upper half cleared, transformed back, bit for bit as
+// mdf_forward(mdf_inverse(W)) with the upper half cleared between them.
+void mdf_constrain(const fft_ctx_t &fft, float *W, float *wtmp);
 
 void filter_dc_notch16(const mdf_word16_t *in, mdf_word16_t radius, mdf_word16_t *out, int len,
                        mdf_mem_t *mem, unsigned short channel);

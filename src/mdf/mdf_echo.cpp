@@ -75,7 +75,7 @@ float advance_far_end(const fft_ctx_t &fft, MdfEchoState *st) {
 // e[128..255]); returns Sff.
 float foreground_error(MdfEchoState *st, float *Y, float *e, const fft_ctx_t &fft) {
     VelFunc_SpectralMulAccum(st->X, st->foreground, Y, kAecSpectrum, kAecPartitions);
-    mdf_inverse(fft, Y, e);
+    mdf_inverse_upper(fft, Y, e);
     vec_sub(st->input, &e[kAecBlock], e, kAecBlock);
     return dot(e, e);
 }
@@ -86,10 +86,9 @@ void adapt_background(MdfEchoState *st, float *W, const float *E, const fft_ctx_
     mdf_adjust_prop(W, kAecSpectrum, kAecPartitions, st->prop);
     if (st->saturated == 0) {
         for (int j = kAecPartitions - 1; j >= 0; --j) {
-            float *Wj = W + j * kAecSpectrum;
-            VelFunc_WeightedSpectralMulConj(
-                st->power_1, st->prop[j], st->X + (j + 1) * kAecSpectrum, E, st->PHI, kAecSpectrum);
-            vec_add(Wj, st->PHI, Wj, kAecSpectrum);
+            // Each partition's update goes straight into it; PHI is not needed as a stage.
+            WeightedSpectralMulConjAccum(st->power_1, st->prop[j], st->X + (j + 1) * kAecSpectrum,
+                                         E, W + j * kAecSpectrum, kAecSpectrum);
         }
     } else {
         st->saturated--;
@@ -98,9 +97,7 @@ void adapt_background(MdfEchoState *st, float *W, const float *E, const fft_ctx_
         if (!mdf_constrains_partition(st->cancel_count, j)) {
             continue;
         }
-        mdf_inverse(fft, W + j * kAecSpectrum, st->wtmp);
-        memset(st->wtmp + kAecBlock, 0, sizeof(float) * kAecBlock);
-        mdf_forward(fft, st->wtmp, W + j * kAecSpectrum);
+        mdf_constrain(fft, W + j * kAecSpectrum, st->wtmp);
     }
 }
 
@@ -110,7 +107,7 @@ void adapt_background(MdfEchoState *st, float *W, const float *E, const fft_ctx_
 void background_error(const MdfEchoState *st, const float *W, float *Y, float *e, float *y,
                       const fft_ctx_t &fft, float *estimated_echo, frame_sums_t *s) {
     VelFunc_SpectralMulAccum(st->X, W, Y, kAecSpectrum, kAecPartitions);
-    mdf_inverse(fft, Y, y);
+    mdf_inverse_upper(fft, Y, y);
     vec_sub(&e[kAecBlock], &y[kAecBlock], e, kAecBlock);
     s->Dbf = 10 + dot(e, e);
     vec_sub(st->input, &y[kAecBlock], e, kAecBlock);

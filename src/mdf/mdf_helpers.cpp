@@ -75,3 +75,20 @@ void mdf_inverse(const fft_ctx_t &fft, const float *frequency_domain, float *tim
     vec_scale(frequency_domain, static_cast<float>(kAecFft), a, kAecSpectrum);
     fft_inverse_to(fft, a, time_domain);
 }
+
+// The engine's 1/N and the 256 of mdf_inverse are both powers of two, which leave every
+// rounding in between as it is; so the 256 may as well come after the transform, on the half
+// that is read.
+void mdf_inverse_upper(const fft_ctx_t &fft, const float *frequency_domain, float *time_domain) {
+    fft_inverse_to(fft, frequency_domain, time_domain);
+    vec_scale(&time_domain[kAecBlock], static_cast<float>(kAecFft), &time_domain[kAecBlock],
+              kAecBlock);
+}
+
+// The 256 before the inverse and the 1/256 after the forward cancel for the same reason:
+// the impulse response stays on the engine's scale between the transforms.
+void mdf_constrain(const fft_ctx_t &fft, float *W, float *wtmp) {
+    fft_inverse_to(fft, W, wtmp);
+    memset(&wtmp[kAecBlock], 0, sizeof(float) * kAecBlock);
+    fft_forward_to(fft, wtmp, W);
+}

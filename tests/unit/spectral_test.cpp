@@ -116,6 +116,24 @@ TEST(WeightedSpectralMulConj, MatchesReference) {
     }
 }
 
+// The accumulating form adds the very product the plain form stores (checked above against
+// the formula), rounded before the addition: the weight update must not change by the fusion.
+TEST(WeightedSpectralMulConj, AccumulatingFormAddsTheRoundedProduct) {
+    for (int n : kLengths) {
+        auto w = random_floats(n / 2, 60 + n, 2.0f);
+        auto x = random_floats(n, 70 + n);
+        auto y = random_floats(n, 80 + n);
+        const auto acc0 = random_floats(n + 1, 90 + n, 3.0f);
+        std::vector<float> prod(n), acc = acc0;
+        VelFunc_WeightedSpectralMulConj(w.data(), 0.37f, x.data(), y.data(), prod.data(), n);
+        WeightedSpectralMulConjAccum(w.data(), 0.37f, x.data(), y.data(), acc.data(), n);
+        for (int i = 0; i < n; ++i) {
+            ASSERT_EQ(acc[i], acc0[i] + prod[i]) << "n=" << n << " at " << i;
+        }
+        EXPECT_EQ(acc[n], acc0[n]);
+    }
+}
+
 TEST(WeightedSpectralMulConj, ZeroWeightOrStepWritesZeros) {
     auto x = random_floats(258, 1);
     auto y = random_floats(258, 2);
