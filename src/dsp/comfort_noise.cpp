@@ -23,11 +23,10 @@ float bin_magnitude(const float *bin) {
     return static_cast<float>(sqrt(re * re + im * im));
 }
 
-// v * 2^shift: a multiplication for shift >= 0, a division by 2^-shift below, done as the
-// multiplication by the exact reciprocal (a power of two), which rounds identically.
-float apply_shift(float v, int shift) {
-    return shift >= 0 ? v * static_cast<float>(1 << shift)
-                      : v * (1.0f / static_cast<float>(1 << -shift));
+// 2^shift: the integer 1 << shift as a float for shift >= 0, else the exact reciprocal of
+// 2^-shift (a power of two), by which a multiplication rounds as the division does.
+float shift_scale(int shift) {
+    return shift >= 0 ? static_cast<float>(1 << shift) : 1.0f / static_cast<float>(1 << -shift);
 }
 
 int load(const std::atomic<int> &v) {
@@ -40,14 +39,13 @@ void store(std::atomic<int> &v, int x) {
 
 // After the last entry the sequence restarts at 0..255, taken from the low byte of an entry
 // that itself walks through the table, so successive passes start at different places.
-void advance(int ind) {
-    if (ind == kTableSize - 1) {
-        const int offset = load(comfort_noise_ind_offset);
-        store(comfort_noise_ind, static_cast<uint16_t>(comfortNoiseX[offset]) & 0xFF);
-        store(comfort_noise_ind_offset, (offset + 1) % kTableSize);
-    } else {
-        store(comfort_noise_ind, ind + 1);
+int next_position(int ind) {
+    if (ind != kTableSize - 1) {
+        return ind + 1;
     }
+    const int offset = load(comfort_noise_ind_offset);
+    store(comfort_noise_ind_offset, (offset + 1) % kTableSize);
+    return static_cast<uint16_t>(comfortNoiseX[offset]) & 0xFF;
 }
 
 }  // namespace
@@ -74,23 +72,28 @@ void ComfortNoise_Process(float *input, float *noisePow, float * /*lambda*/, int
         }
     }
 
+    const double lowest = min;
+    const double range = (static_cast<double>(max) - min) + 1e-10;
+    const float scale = shift_scale(NOISE_MUL_LEFT_SHIFT);
+    // The read position advances in a local and is published once: still a valid position
+    // whatever another thread stores meanwhile.
+    int ind = load(comfort_noise_ind);
     for (int i = 0; i <= length; i += 2) {
         const int j = i / 2;
         const float m = j < kAecBins ? magnitude[j] : bin_magnitude(&input[i]);
-        const float a = static_cast<float>((static_cast<double>(m) - min) /
-                                           ((static_cast<double>(max) - min) + 1e-10));
+        const float a = static_cast<float>((static_cast<double>(m) - lowest) / range);
         // The loudest bin gets almost no noise, the weakest nearly the full floor.
         const float g = 0.9999 - a > 0 ? static_cast<float>(0.9999 - a) : 0.0f;
         const float p = NOISE_MIN_PWR < noisePow[j] ? noisePow[j] : NOISE_MIN_PWR;
         const float amplitude = static_cast<float>(sqrt(static_cast<double>(g) * p));
-        const int ind = load(comfort_noise_ind);
         const float x = comfortNoiseX[ind];
         const float y = comfortNoiseY[ind];
         // Subtracting the imaginary part matches the conjugated spectrum it is added to.
-        input[i] += apply_shift(x * amplitude, NOISE_MUL_LEFT_SHIFT);
-        input[i + 1] -= apply_shift(y * amplitude, NOISE_MUL_LEFT_SHIFT);
-        advance(ind);
+        input[i] += x * amplitude * scale;
+        input[i + 1] -= y * amplitude * scale;
+        ind = next_position(ind);
     }
+    store(comfort_noise_ind, ind);
 }
 
 int comfort_noise_read_position() {
