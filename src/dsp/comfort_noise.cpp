@@ -9,6 +9,8 @@
 #include <atomic>
 #include <cmath>
 
+#include "kernels/vector.h"
+
 namespace {
 
 constexpr int kTableSize = 1024;
@@ -56,14 +58,16 @@ void ComfortNoise_Process(float *input, float *noisePow, float * /*lambda*/, int
     // Each bin's magnitude is needed twice (range, then weight); the transform size's bins
     // are computed once and kept (a longer spectrum computes the rest again).
     float magnitude[kAecBins];
-    float max = bin_magnitude(&input[0]);
-    float min = max;
-    magnitude[0] = max;
-    for (int i = 2; i <= length; i += 2) {
+    const int bins = length / 2 + 1;
+    const int kept = bins < 1 ? 1 : bins < kAecBins ? bins : kAecBins;
+    for (int j = 0; j < kept; ++j) {
+        magnitude[j] = bin_magnitude(&input[2 * j]);
+    }
+    float min;
+    float max;
+    vec_range(magnitude, kept, &min, &max);
+    for (int i = 2 * kAecBins; i <= length; i += 2) {
         const float m = bin_magnitude(&input[i]);
-        if (i / 2 < kAecBins) {
-            magnitude[i / 2] = m;
-        }
         if (m > max) {
             max = m;
         }

@@ -71,6 +71,35 @@ void vec_preemphasis(const float *x, float prev, float c, float *out, int n) {
     }
 }
 
+void vec_range(const float *x, int n, float *lo, float *hi) {
+    // Each lane scans its own quarter of the groups; the lanes and the tail are then taken in
+    // turn by the same rule, which gives the same values as one scan.
+    float32x4_t lanes_lo = vdupq_n_f32(x[0]);
+    float32x4_t lanes_hi = lanes_lo;
+    const int grouped = grouped_bins(n);
+    for (int i = 0; i < grouped; i += 4) {
+        const float32x4_t v = vld1q_f32(&x[i]);
+        lanes_lo = select(lt(v, lanes_lo), v, lanes_lo);
+        lanes_hi = select(gt(v, lanes_hi), v, lanes_hi);
+    }
+    float l[4];
+    float h[4];
+    vst1q_f32(l, lanes_lo);
+    vst1q_f32(h, lanes_hi);
+    float low = x[0];
+    float high = x[0];
+    for (int k = 0; k < 4; ++k) {
+        low = l[k] < low ? l[k] : low;
+        high = h[k] > high ? h[k] : high;
+    }
+    for (int i = grouped; i < n; ++i) {
+        low = x[i] < low ? x[i] : low;
+        high = x[i] > high ? x[i] : high;
+    }
+    *lo = low;
+    *hi = high;
+}
+
 void vec_window_pair(const float *pair, const float *w, float *out, int half) {
     for_each_element(half, [&](int i, auto lane) {
         using V = decltype(lane);

@@ -21,6 +21,10 @@ void vec_preemphasis(const float *x, float prev, float c, float *out, int n);
 // (half + 1 values): out[i] = pair[i] * w[i], out[half + i] = pair[half + i] * w[half - i].
 // `out` may be `pair`.
 void vec_window_pair(const float *pair, const float *w, float *out, int half);
+// The smallest and largest of x[0..n), n >= 1, as a scan from x[0] that takes an element only
+// when it is strictly below (above) the one held: a NaN after x[0] is never taken, a NaN
+// x[0] is kept. Between +0 and -0, which compare equal, either may come out.
+void vec_range(const float *x, int n, float *lo, float *hi);
 // The complex conjugates of the `bins` (re, im) pairs of x into out.
 void vec_conjugate(const float *x, float *out, int bins);
 

@@ -3,6 +3,8 @@
 // lanes changes no output), over lengths with odd tails and from unaligned starts.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <functional>
 #include <vector>
 
@@ -94,6 +96,29 @@ TEST(VectorKernels, WindowPairRisesThenFalls) {
             ASSERT_EQ(inplace[half + i], out[half + i]);
         }
         EXPECT_EQ(out[2 * half], -5.0f);
+    }
+}
+
+TEST(VectorKernels, RangeFindsTheExtremesAndSkipsLaterNaNs) {
+    for (int n : kLengths) {
+        if (n == 0) {
+            continue;
+        }
+        std::vector<float> x = noise(n, 60 + n);
+        x.resize(n);
+        float lo = 0, hi = 0;
+        vec_range(x.data(), n, &lo, &hi);
+        EXPECT_EQ(lo, *std::min_element(x.begin(), x.end())) << "n=" << n;
+        EXPECT_EQ(hi, *std::max_element(x.begin(), x.end())) << "n=" << n;
+        if (n > 1) {
+            const int at = n / 2 + 1 < n ? n / 2 + 1 : 1;  // past x[0], in a group or the tail
+            x[at] = NAN;
+            float nan_lo = 0, nan_hi = 0;
+            vec_range(x.data(), n, &nan_lo, &nan_hi);
+            x.erase(x.begin() + at);
+            EXPECT_EQ(nan_lo, *std::min_element(x.begin(), x.end())) << "NaN, n=" << n;
+            EXPECT_EQ(nan_hi, *std::max_element(x.begin(), x.end())) << "NaN, n=" << n;
+        }
     }
 }
 
