@@ -3,6 +3,7 @@
 // block copy of memcpy_fast.
 #include "kernels/vector.h"
 
+#include "dsp/stream.h"
 #include "dsp/vector_math.h"
 #include "kernels/lanes.h"
 
@@ -98,6 +99,60 @@ void vec_range(const float *x, int n, float *lo, float *hi) {
     }
     *lo = low;
     *hi = high;
+}
+
+void vec_from_pcm(const short *pcm, int channels, int ch, float *out, int n) {
+    int k = 0;
+    // Four frames at a time, read from the frame's start, so nothing past the last frame.
+    for (; k + 3 < n; k += 4) {
+        int16x4_t v;
+        if (channels == 1) {
+            v = vld1_s16(&pcm[k]);
+        } else {
+            const int16x4x2_t pair = vld2_s16(&pcm[2 * k]);
+            v = ch == 0 ? pair.val[0] : pair.val[1];
+        }
+        vst1q_f32(&out[k], vcvtq_f32_s32(vmovl_s16(v)));
+    }
+    for (; k < n; ++k) {
+        out[k] = static_cast<float>(pcm[k * channels + ch]);
+    }
+}
+
+void vec_to_pcm(const float *x, short *out, int n) {
+    int k = 0;
+    for (; k + 3 < n; k += 4) {
+        const float32x4_t v = vld1q_f32(&x[k]);
+        // NaN lanes become 0 after the clamp, which would let them through as NaN.
+        const float32x4_t clamped = at_most(at_least(v, -32768.0f), 32767.0f);
+        const float32x4_t t = select(eq(v, v), clamped, splat<float32x4_t>(0.0f));
+        vst1_s16(&out[k], vmovn_s32(vcvtq_s32_f32(t)));
+    }
+    for (; k < n; ++k) {
+        out[k] = saturate_to_pcm(x[k]);
+    }
+}
+
+int count_clipped_pairs(const float *x, int n) {
+    const float32x4_t high = vdupq_n_f32(32767.0f);
+    const float32x4_t low = vdupq_n_f32(-32768.0f);
+    uint32x4_t counts = vdupq_n_u32(0);
+    int k = 1;
+    for (; k + 3 < n; k += 4) {
+        const float32x4_t a = vld1q_f32(&x[k - 1]);
+        const float32x4_t b = vld1q_f32(&x[k]);
+        const uint32x4_t both_high = vandq_u32(eq(a, high), eq(b, high));
+        const uint32x4_t both_low = vandq_u32(eq(a, low), eq(b, low));
+        counts = vsubq_u32(counts, vorrq_u32(both_high, both_low));  // a true lane is all ones
+    }
+    int count = static_cast<int>(vgetq_lane_u32(counts, 0) + vgetq_lane_u32(counts, 1) +
+                                 vgetq_lane_u32(counts, 2) + vgetq_lane_u32(counts, 3));
+    for (; k < n; ++k) {
+        const bool both_high = x[k - 1] == 32767.0f && x[k] == 32767.0f;
+        const bool both_low = x[k - 1] == -32768.0f && x[k] == -32768.0f;
+        count += both_high || both_low ? 1 : 0;
+    }
+    return count;
 }
 
 void vec_window_pair(const float *pair, const float *w, float *out, int half) {

@@ -28,6 +28,14 @@ void vec_range(const float *x, int n, float *lo, float *hi);
 // The complex conjugates of the `bins` (re, im) pairs of x into out.
 void vec_conjugate(const float *x, float *out, int bins);
 
+// PCM in and out. vec_from_pcm: out[k] = channel `ch` of the k-th frame of 16-bit PCM with
+// `channels` (1 or 2) interleaved channels, as a float. vec_to_pcm: out[k] = x[k] clamped to
+// [-32768, 32767] and truncated toward zero, a NaN as 0. count_clipped_pairs: how many k in
+// [1, n) have x[k - 1] and x[k] both at 32767 or both at -32768.
+void vec_from_pcm(const short *pcm, int channels, int ch, float *out, int n);
+void vec_to_pcm(const float *x, short *out, int n);
+int count_clipped_pairs(const float *x, int n);
+
 // Copies `blocks` blocks of 64 bytes as 16-byte vector loads and stores, prefetching the
 // source `prefetch` bytes ahead.
 void copy_64byte_blocks(unsigned char *dst, const unsigned char *src, size_t blocks,

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <iterator>
+#include <utility>
 #include <vector>
 
 #include "kernels/vector.h"
@@ -118,6 +120,58 @@ TEST(VectorKernels, RangeFindsTheExtremesAndSkipsLaterNaNs) {
             x.erase(x.begin() + at);
             EXPECT_EQ(nan_lo, *std::min_element(x.begin(), x.end())) << "NaN, n=" << n;
             EXPECT_EQ(nan_hi, *std::max_element(x.begin(), x.end())) << "NaN, n=" << n;
+        }
+    }
+}
+
+TEST(VectorKernels, PcmInAndOut) {
+    const float specials[] = {NAN,       INFINITY, -INFINITY, 32767.5f, 32768.0f, -32768.9f,
+                              -32769.0f, -0.5f,    0.99f,     -1.5f,    1e9f,     -1e9f};
+    for (int n : kLengths) {
+        std::vector<short> pcm(2 * n + 1);
+        for (int k = 0; k < 2 * n + 1; ++k) {
+            pcm[k] = static_cast<short>(k * 7919 - 32768);  // walks over the whole range
+        }
+        for (const auto &[channels, ch] : {std::pair{1, 0}, std::pair{2, 0}, std::pair{2, 1}}) {
+            std::vector<float> in(n + 1, -5.0f);
+            vec_from_pcm(pcm.data(), channels, ch, in.data(), n);
+            for (int k = 0; k < n; ++k) {
+                ASSERT_EQ(in[k], static_cast<float>(pcm[k * channels + ch])) << "n=" << n;
+            }
+            EXPECT_EQ(in[n], -5.0f);
+        }
+        std::vector<float> x = qtest::uniform_noise(n, 40000.0f, 5 + n);
+        for (int k = 0; k < n; ++k) {
+            x[k] = k % 3 == 0 ? specials[(k / 3) % std::size(specials)] : x[k];
+        }
+        std::vector<short> out(n + 1, 77);
+        vec_to_pcm(x.data(), out.data(), n);
+        for (int k = 0; k < n; ++k) {
+            const short want =
+                std::isnan(x[k])
+                    ? 0
+                    : static_cast<short>(std::trunc(std::clamp(x[k], -32768.0f, 32767.0f)));
+            ASSERT_EQ(out[k], want) << "n=" << n << " x=" << x[k];
+        }
+        EXPECT_EQ(out[n], 77);
+    }
+}
+
+TEST(VectorKernels, ClippedPairsAreCounted) {
+    const float levels[] = {32767.0f, -32768.0f, 32766.0f};
+    for (int n : kLengths) {
+        for (unsigned seed : {1u, 2u, 3u}) {
+            const std::vector<float> r = qtest::uniform_noise(n, 1.0f, seed * 100 + n);
+            std::vector<float> x(n);
+            for (int k = 0; k < n; ++k) {
+                // Mostly the two rails, so that runs of equal pairs and changes both occur.
+                x[k] = levels[r[k] < -0.6f ? 2 : r[k] < 0.2f ? 0 : 1];
+            }
+            int want = 0;
+            for (int k = 1; k < n; ++k) {
+                want += x[k] == x[k - 1] && (x[k] == 32767.0f || x[k] == -32768.0f);
+            }
+            ASSERT_EQ(count_clipped_pairs(x.data(), n), want) << "n=" << n << " seed " << seed;
         }
     }
 }
