@@ -50,6 +50,22 @@ int next_position(int ind) {
     return static_cast<uint16_t>(comfortNoiseX[offset]) & 0xFF;
 }
 
+// The table entries of `n` consecutive bins from position `ind` on, as floats: contiguous
+// runs up to the table's end, each followed by the restart. Returns the next position.
+int table_entries(int ind, int n, float *x, float *y) {
+    for (int j = 0; j < n;) {
+        const int run = n - j < kTableSize - ind ? n - j : kTableSize - ind;
+        vec_from_pcm(&comfortNoiseX[ind], 1, 0, &x[j], run);
+        vec_from_pcm(&comfortNoiseY[ind], 1, 0, &y[j], run);
+        j += run;
+        ind += run;
+        if (ind == kTableSize) {
+            ind = next_position(kTableSize - 1);
+        }
+    }
+    return ind;
+}
+
 }  // namespace
 
 // `lambda` (the suppression gains) is part of the signature and not read.
@@ -58,7 +74,7 @@ void ComfortNoise_Process(float *input, float *noisePow, float * /*lambda*/, int
     // Each bin's magnitude is needed twice (range, then weight); the transform size's bins
     // are computed once and kept (a longer spectrum computes the rest again).
     float magnitude[kAecBins];
-    const int bins = length / 2 + 1;
+    const int bins = length >= 0 ? length / 2 + 1 : 0;
     const int kept = bins < 1 ? 1 : bins < kAecBins ? bins : kAecBins;
     for (int j = 0; j < kept; ++j) {
         magnitude[j] = bin_magnitude(&input[2 * j]);
@@ -82,20 +98,25 @@ void ComfortNoise_Process(float *input, float *noisePow, float * /*lambda*/, int
     // The read position advances in a local and is published once: still a valid position
     // whatever another thread stores meanwhile.
     int ind = load(comfort_noise_ind);
-    for (int i = 0; i <= length; i += 2) {
-        const int j = i / 2;
-        const float m = j < kAecBins ? magnitude[j] : bin_magnitude(&input[i]);
-        const float a = static_cast<float>((static_cast<double>(m) - lowest) / range);
-        // The loudest bin gets almost no noise, the weakest nearly the full floor.
-        const float g = 0.9999 - a > 0 ? static_cast<float>(0.9999 - a) : 0.0f;
-        const float p = NOISE_MIN_PWR < noisePow[j] ? noisePow[j] : NOISE_MIN_PWR;
-        const float amplitude = static_cast<float>(sqrt(static_cast<double>(g) * p));
-        const float x = comfortNoiseX[ind];
-        const float y = comfortNoiseY[ind];
+    // The amplitudes in double, bin by bin; the table entries and the additions four bins at
+    // a time. A chunk's bins are all read before any of them is written.
+    for (int j0 = 0; j0 < bins; j0 += kAecBins) {
+        const int n = bins - j0 < kAecBins ? bins - j0 : kAecBins;
+        float amplitude[kAecBins];
+        for (int k = 0; k < n; ++k) {
+            const int j = j0 + k;
+            const float m = j < kAecBins ? magnitude[j] : bin_magnitude(&input[2 * j]);
+            const float a = static_cast<float>((static_cast<double>(m) - lowest) / range);
+            // The loudest bin gets almost no noise, the weakest nearly the full floor.
+            const float g = 0.9999 - a > 0 ? static_cast<float>(0.9999 - a) : 0.0f;
+            const float p = NOISE_MIN_PWR < noisePow[j] ? noisePow[j] : NOISE_MIN_PWR;
+            amplitude[k] = static_cast<float>(sqrt(static_cast<double>(g) * p));
+        }
+        float x[kAecBins];
+        float y[kAecBins];
+        ind = table_entries(ind, n, x, y);
         // Subtracting the imaginary part matches the conjugated spectrum it is added to.
-        input[i] += x * amplitude * scale;
-        input[i + 1] -= y * amplitude * scale;
-        ind = next_position(ind);
+        vec_add_conjugate_noise(&input[2 * j0], x, y, amplitude, scale, n);
     }
     store(comfort_noise_ind, ind);
 }

@@ -101,6 +101,18 @@ void vec_range(const float *x, int n, float *lo, float *hi) {
     *hi = high;
 }
 
+void vec_add_conjugate_noise(float *spectrum, const float *x, const float *y, const float *a,
+                             float s, int bins) {
+    for_each_bin(bins, [&](int k, auto lane) {
+        using V = decltype(lane);
+        const V amplitude = load<V>(&a[k]);
+        const complex_t<V> bin = load_complex<V>(&spectrum[2 * k]);
+        const V re = mla(bin.re, mul(load<V>(&x[k]), amplitude), splat<V>(s));
+        const V im = mls(bin.im, mul(load<V>(&y[k]), amplitude), splat<V>(s));
+        store_complex(&spectrum[2 * k], complex_t<V>{re, im});
+    });
+}
+
 void vec_from_pcm(const short *pcm, int channels, int ch, float *out, int n) {
     int k = 0;
     // Four frames at a time, read from the frame's start, so nothing past the last frame.

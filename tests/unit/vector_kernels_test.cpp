@@ -176,6 +176,21 @@ TEST(VectorKernels, ClippedPairsAreCounted) {
     }
 }
 
+TEST(VectorKernels, ConjugateNoiseAddsToRealAndSubtractsFromImaginary) {
+    for (int bins : {1, 3, 4, 5, 129}) {
+        const std::vector<float> spectrum = noise(2 * bins, bins), x = noise(bins, 10 + bins),
+                                 y = noise(bins, 20 + bins), a = noise(bins, 30 + bins);
+        std::vector<float> out = spectrum;
+        vec_add_conjugate_noise(out.data(), x.data(), y.data(), a.data(), 0.25f, bins);
+        for (int k = 0; k < bins; ++k) {
+            ASSERT_EQ(out[2 * k], spectrum[2 * k] + x[k] * a[k] * 0.25f) << bins << " re " << k;
+            ASSERT_EQ(out[2 * k + 1], spectrum[2 * k + 1] - y[k] * a[k] * 0.25f)
+                << bins << " im " << k;
+        }
+        EXPECT_EQ(out[2 * bins], spectrum[2 * bins]);
+    }
+}
+
 TEST(VectorKernels, ConjugateNegatesOnlyImaginaryParts) {
     for (int bins : {1, 3, 4, 5, 129}) {
         const std::vector<float> x = noise(2 * bins, bins);
