@@ -156,5 +156,5 @@ void nlp_synthesis(const fft_ctx_t &fft, float *scratch, const float *efw, float
     fft_inverse_to(fft, spectrum, a);
     aec_window_pair(a, a);
     vec_add(a, outBuf, output, kAecBlock);
-    memcpy(outBuf, &a[kAecBlock], kAecBlock * sizeof(float));
+    copy_floats(outBuf, &a[kAecBlock], kAecBlock);
 }

@@ -22,6 +22,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "kernels/vector.h"
+
 #if defined(QENAEC_FFT_NE10)
 #include <NE10_macros.h>
 #include <dsp/NE10_fft.h>
@@ -121,7 +123,7 @@ void run_forward(ne10_fft_r2c_cfg_float32_t plan, const float *signal,
     const float *in = signal;
     if (!pair_aligned(signal)) {
         float *stage = signal_stage(plan);
-        memcpy(stage, signal, sizeof(float) * kAecFft);
+        copy_floats(stage, signal, kAecFft);
         in = stage;
     }
     load_entry(ne10_fft_r2c_1d_float32)(spectrum, const_cast<float *>(in), plan);
@@ -136,7 +138,7 @@ void run_inverse(ne10_fft_r2c_cfg_float32_t plan, const ne10_fft_cpx_float32_t *
     }
     float *out = signal_stage(plan);
     load_entry(ne10_fft_c2r_1d_float32)(out, in, plan);
-    memcpy(signal, out, sizeof(float) * kAecFft);
+    copy_floats(signal, out, kAecFft);
 }
 
 #else

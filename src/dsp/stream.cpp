@@ -23,8 +23,12 @@ void LoadStreamf(float *input, short *pss_audio_in, int channel_counter, postInf
     const int length = postInfo->length;
     const int bias = postInfo->bias;
     // The newest `bias` samples become the oldest; memmove keeps this defined should the two
-    // ranges ever overlap (they do not at 256/128).
-    memmove(input, input + (length - bias), sizeof(float) * bias);
+    // ranges ever overlap (they do not at 256/128, which take the fast copy).
+    if (bias <= length - bias) {
+        copy_floats(input, input + (length - bias), bias);
+    } else {
+        memmove(input, input + (length - bias), sizeof(float) * bias);
+    }
     vec_from_pcm(pss_audio_in, static_cast<int>(channels), ch, &input[length - bias], bias);
 }
 

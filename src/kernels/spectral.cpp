@@ -4,6 +4,7 @@
 #include "kernels/spectral.h"
 
 #include "kernels/lanes.h"
+#include "kernels/vector.h"
 
 using namespace lanes;
 
@@ -29,9 +30,7 @@ inline float32x4x2_t mul_accum4(float32x4x2_t s, const float *x, const float *y)
 }  // namespace
 
 void SpectralMulAccum_Neon(const float *X, const float *Y, float *acc, int N, int M) {
-    for (int j = 0; j < N; ++j) {
-        acc[j] = 0.0f;
-    }
+    zero_floats(acc, N);
     const int groups_end = 2 * grouped_bins(N / 2);
     // The tail's imaginary terms land on floats 1..M. The groups holding those floats, and the
     // tail itself, go partition by partition so that every float sees its additions in the

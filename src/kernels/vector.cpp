@@ -1,7 +1,9 @@
 // The inner product in four lanes (lane l sums the products of indices l mod 4, the lanes are
-// added in order, then the remainder one by one), the element-wise kernels, and the vector
-// block copy of memcpy_fast.
+// added in order, then the remainder one by one), the element-wise kernels, and the bulk
+// copies and clears.
 #include "kernels/vector.h"
+
+#include <cstring>
 
 #include "dsp/stream.h"
 #include "dsp/vector_math.h"
@@ -184,13 +186,56 @@ void vec_conjugate(const float *x, float *out, int bins) {
     });
 }
 
-void copy_64byte_blocks(unsigned char *dst, const unsigned char *src, size_t blocks,
-                        size_t prefetch) {
-    for (size_t b = 0; b < blocks; ++b, dst += 64, src += 64) {
-        __builtin_prefetch(src + prefetch);
-        vst1q_u8(dst, vld1q_u8(src));
-        vst1q_u8(dst + 16, vld1q_u8(src + 16));
-        vst1q_u8(dst + 32, vld1q_u8(src + 32));
-        vst1q_u8(dst + 48, vld1q_u8(src + 48));
+void copy_bytes_fast(unsigned char *dst, const unsigned char *src, size_t n) {
+#if QENAEC_NATIVE_NEON && defined(__arm__)
+    // GCC's intrinsics load at most 16 bytes an instruction on ARMv7; a 4-register vld1 takes 32.
+    size_t blocks = n / 64;
+    if (blocks > 0) {
+        __asm__ volatile(
+            "1:\n\t"
+            "vld1.8 {d16-d19}, [%[s]]!\n\t"
+            "vld1.8 {d20-d23}, [%[s]]!\n\t"
+            "subs %[b], %[b], #1\n\t"
+            "vst1.8 {d16-d19}, [%[d]]!\n\t"
+            "vst1.8 {d20-d23}, [%[d]]!\n\t"
+            "bne 1b"
+            : [d] "+r"(dst), [s] "+r"(src), [b] "+r"(blocks)
+            :
+            : "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "cc", "memory");
     }
+    n %= 64;
+#endif
+    memcpy(dst, src, n);
+}
+
+void copy_floats(float *dst, const float *src, int n) {
+    if (n > 0) {
+        copy_bytes_fast(reinterpret_cast<unsigned char *>(dst),
+                        reinterpret_cast<const unsigned char *>(src), sizeof(float) * n);
+    }
+}
+
+void zero_floats(float *dst, int n) {
+    if (n <= 0) {
+        return;
+    }
+    size_t bytes = sizeof(float) * static_cast<size_t>(n);
+#if QENAEC_NATIVE_NEON && defined(__arm__)
+    size_t blocks = bytes / 64;
+    if (blocks > 0) {
+        __asm__ volatile(
+            "vmov.i32 q8, #0\n\t"
+            "vmov.i32 q9, #0\n\t"
+            "1:\n\t"
+            "subs %[b], %[b], #1\n\t"
+            "vst1.8 {d16-d19}, [%[d]]!\n\t"
+            "vst1.8 {d16-d19}, [%[d]]!\n\t"
+            "bne 1b"
+            : [d] "+r"(dst), [b] "+r"(blocks)
+            :
+            : "d16", "d17", "d18", "d19", "cc", "memory");
+    }
+    bytes %= 64;
+#endif
+    memset(dst, 0, bytes);
 }

@@ -1,7 +1,7 @@
 // 4-lane helpers on plain float and byte arrays: element-wise kernels on sample blocks and
-// spectra, and the 64-byte block copy behind memcpy_fast (the inner product is declared with
-// its entry point in dsp/vector_math.h). The element-wise kernels take any length: four
-// elements at a time, then the rest one by one, each element computed exactly as its scalar
+// spectra, the bulk copies and clears (behind memcpy_fast among others; the inner product is
+// declared with its entry point in dsp/vector_math.h). The element-wise kernels take any length:
+// four elements at a time, then the rest one by one, each element computed exactly as its scalar
 // formula (the frame's FP mode makes both widths round alike).
 #pragma once
 
@@ -40,7 +40,10 @@ void vec_from_pcm(const short *pcm, int channels, int ch, float *out, int n);
 void vec_to_pcm(const float *x, short *out, int n);
 int count_clipped_pairs(const float *x, int n);
 
-// Copies `blocks` blocks of 64 bytes as 16-byte vector loads and stores, prefetching the
-// source `prefetch` bytes ahead.
-void copy_64byte_blocks(unsigned char *dst, const unsigned char *src, size_t blocks,
-                        size_t prefetch);
+// Bulk copies and clears of the frame's arrays. copy_bytes_fast copies n bytes between areas
+// that do not overlap; on ARMv7 in 64-byte steps of two 32-byte NEON loads and stores (libc's
+// copy takes several times as many instructions), elsewhere through memcpy. copy_floats and
+// zero_floats do the same for n floats.
+void copy_bytes_fast(unsigned char *dst, const unsigned char *src, size_t n);
+void copy_floats(float *dst, const float *src, int n);
+void zero_floats(float *dst, int n);

@@ -61,13 +61,13 @@ float advance_far_end(const fft_ctx_t &fft, MdfEchoState *st) {
     // Only N floats of each spectrum move: the Nyquist pairs of spectra 1..8 keep their old
     // values. Intended; the ring has always been shifted this way.
     for (int j = kAecPartitions - 1; j >= 0; --j) {
-        memmove(st->X + (j + 1) * kAecSpectrum, st->X + j * kAecSpectrum, sizeof(float) * kAecFft);
+        copy_floats(st->X + (j + 1) * kAecSpectrum, st->X + j * kAecSpectrum, kAecFft);
     }
     mdf_forward(fft, st->x, st->X);
     // last_y holds the far-end pair until adaptation has been reached and it is shifted.
-    memcpy(st->last_y, st->x, sizeof(float) * kAecFft);
+    copy_floats(st->last_y, st->x, kAecFft);
     const float Sxx = dot(st->x + kAecBlock, st->x + kAecBlock);
-    memcpy(st->x, st->x + kAecBlock, sizeof(float) * kAecBlock);
+    copy_floats(st->x, st->x + kAecBlock, kAecBlock);
     return Sxx;
 }
 
@@ -111,7 +111,7 @@ void background_error(const MdfEchoState *st, const float *W, float *Y, float *e
     vec_sub(&e[kAecBlock], &y[kAecBlock], e, kAecBlock);
     s->Dbf = 10 + dot(e, e);
     vec_sub(st->input, &y[kAecBlock], e, kAecBlock);
-    memcpy(estimated_echo, y + kAecBlock, sizeof(float) * kAecBlock);
+    copy_floats(estimated_echo, y + kAecBlock, kAecBlock);
     s->See = dot(e, e);
 }
 
@@ -136,7 +136,7 @@ void choose_filter(MdfEchoState *st, float *W, float *e, float *y, frame_sums_t 
                         st->Davg2 * std::fabs(st->Davg2) > 0.25f * st->Dvar2;
     if (update) {
         clear_difference_stats(st);
-        memcpy(st->foreground, W, sizeof(float) * kAecPartitioned);
+        copy_floats(st->foreground, W, kAecPartitioned);
         // Cross-fade from the old foreground's output into the new one's.
         vec_crossfade(&st->window[kAecBlock], &e[kAecBlock], st->window, &y[kAecBlock],
                       &e[kAecBlock], kAecBlock);
@@ -146,8 +146,8 @@ void choose_filter(MdfEchoState *st, float *W, float *e, float *y, frame_sums_t 
                        (-st->Davg1) * std::fabs(st->Davg1) > 4 * st->Dvar1 ||
                        (-st->Davg2) * std::fabs(st->Davg2) > 4 * st->Dvar2;
     if (reset) {
-        memcpy(W, st->foreground, sizeof(float) * kAecPartitioned);
-        memcpy(y + kAecBlock, e + kAecBlock, sizeof(float) * kAecBlock);
+        copy_floats(W, st->foreground, kAecPartitioned);
+        copy_floats(y + kAecBlock, e + kAecBlock, kAecBlock);
         vec_sub(st->input, &y[kAecBlock], e, kAecBlock);
         s->See = Sff;
         clear_difference_stats(st);
@@ -176,8 +176,8 @@ void write_output(MdfEchoState *st, const float *e, float *out) {
 
 // Moves the error into e[128..255] and measures Sey, Syy and Sdd.
 void frame_energies(MdfEchoState *st, float *e, float *y, frame_sums_t *s) {
-    memcpy(e + kAecBlock, e, sizeof(float) * kAecBlock);
-    memset(e, 0, sizeof(float) * kAecBlock);
+    copy_floats(e + kAecBlock, e, kAecBlock);
+    zero_floats(e, kAecBlock);
     s->Sey = dot(e + kAecBlock, y + kAecBlock);
     s->Syy = dot(y + kAecBlock, y + kAecBlock);
     s->Sdd = dot(st->input, st->input);
@@ -209,7 +209,7 @@ bool diverged(int dbg_level, MdfEchoState *st, const frame_sums_t &s, float *out
 void frame_spectra(MdfEchoState *st, const float *e, float *y, float *E, float *Y, float *Xf,
                    const fft_ctx_t &fft) {
     mdf_forward(fft, e, E);
-    memset(y, 0, sizeof(float) * kAecBlock);
+    zero_floats(y, kAecBlock);
     mdf_forward(fft, y, Y);
     VelFunAec_PowerSpectrum(E, st->Rf, kAecSpectrum);
     VelFunAec_PowerSpectrum(Y, st->Yf, kAecSpectrum);
@@ -323,7 +323,7 @@ void mdf_step(MdfEchoState *st, const mdf_borrowed_t &b, const fft_ctx_t &fft, i
     update_step_sizes(st, s, residual_to_error_ratio(st, s));
 
     if (st->adapted) {
-        memcpy(st->last_y, st->last_y + kAecBlock, sizeof(float) * kAecBlock);
+        copy_floats(st->last_y, st->last_y + kAecBlock, kAecBlock);
         vec_sub(in, out, &st->last_y[kAecBlock], kAecBlock);
     }
 }

@@ -89,6 +89,6 @@ void mdf_inverse_upper(const fft_ctx_t &fft, const float *frequency_domain, floa
 // the impulse response stays on the engine's scale between the transforms.
 void mdf_constrain(const fft_ctx_t &fft, float *W, float *wtmp) {
     fft_inverse_to(fft, W, wtmp);
-    memset(&wtmp[kAecBlock], 0, sizeof(float) * kAecBlock);
+    zero_floats(&wtmp[kAecBlock], kAecBlock);
     fft_forward_to(fft, wtmp, W);
 }

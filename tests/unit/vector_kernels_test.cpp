@@ -191,6 +191,22 @@ TEST(VectorKernels, ConjugateNoiseAddsToRealAndSubtractsFromImaginary) {
     }
 }
 
+TEST(VectorKernels, FloatCopiesAndClearsStayInTheirRange) {
+    for (int n : {0, 1, 15, 16, 17, 33, 129, 256, 258}) {
+        for (int offset : {0, 1, 3}) {
+            const std::vector<float> src = noise(n + 4, n);
+            std::vector<float> copied(n + 8, -5.0f), cleared(n + 8, -5.0f);
+            copy_floats(copied.data() + offset, src.data() + offset, n);
+            zero_floats(cleared.data() + offset, n);
+            for (int i = 0; i < n + 8; ++i) {
+                const bool inside = i >= offset && i < offset + n;
+                ASSERT_EQ(copied[i], inside ? src[i] : -5.0f) << "n=" << n << " at " << i;
+                ASSERT_EQ(cleared[i], inside ? 0.0f : -5.0f) << "n=" << n << " at " << i;
+            }
+        }
+    }
+}
+
 TEST(VectorKernels, ConjugateNegatesOnlyImaginaryParts) {
     for (int bins : {1, 3, 4, 5, 129}) {
         const std::vector<float> x = noise(2 * bins, bins);
