@@ -169,6 +169,23 @@ int count_clipped_pairs(const float *x, int n) {
     return count;
 }
 
+bool pcm_exceeds(const short *pcm, int n, int threshold) {
+    const int32x4_t limit = vdupq_n_s32(threshold);
+    uint32x4_t any = vdupq_n_u32(0);
+    int k = 0;
+    for (; k + 3 < n; k += 4) {
+        const int32x4_t magnitude = vabsq_s32(vmovl_s16(vld1_s16(&pcm[k])));
+        any = vorrq_u32(any, vcgtq_s32(magnitude, limit));
+    }
+    bool found = (vgetq_lane_u32(any, 0) | vgetq_lane_u32(any, 1) | vgetq_lane_u32(any, 2) |
+                  vgetq_lane_u32(any, 3)) != 0;
+    for (; k < n; ++k) {
+        const int magnitude = pcm[k] < 0 ? -static_cast<int>(pcm[k]) : pcm[k];
+        found = found || magnitude > threshold;
+    }
+    return found;
+}
+
 void vec_window_pair(const float *pair, const float *w, float *out, int half) {
     for_each_element(half, [&](int i, auto lane) {
         using V = decltype(lane);
@@ -205,7 +222,9 @@ void copy_bytes_fast(unsigned char *dst, const unsigned char *src, size_t n) {
     }
     n %= 64;
 #endif
-    memcpy(dst, src, n);
+    if (n > 0) {
+        memcpy(dst, src, n);
+    }
 }
 
 void copy_floats(float *dst, const float *src, int n) {
@@ -237,5 +256,7 @@ void zero_floats(float *dst, int n) {
     }
     bytes %= 64;
 #endif
-    memset(dst, 0, bytes);
+    if (bytes > 0) {
+        memset(dst, 0, bytes);
+    }
 }

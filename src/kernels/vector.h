@@ -39,6 +39,9 @@ void vec_conjugate(const float *x, float *out, int bins);
 void vec_from_pcm(const short *pcm, int channels, int ch, float *out, int n);
 void vec_to_pcm(const float *x, short *out, int n);
 int count_clipped_pairs(const float *x, int n);
+// True when some |pcm[k]|, k < n, exceeds `threshold` (taken as a 32-bit magnitude, so that
+// -32768 counts as 32768).
+bool pcm_exceeds(const short *pcm, int n, int threshold);
 
 // Bulk copies and clears of the frame's arrays. copy_bytes_fast copies n bytes between areas
 // that do not overlap; on ARMv7 in 64-byte steps of two 32-byte NEON loads and stores (libc's

@@ -207,6 +207,25 @@ TEST(VectorKernels, FloatCopiesAndClearsStayInTheirRange) {
     }
 }
 
+TEST(VectorKernels, PcmExceedsLooksAtEverySample) {
+    for (int n : kLengths) {
+        std::vector<short> pcm(n + 1, 32767);  // beyond n: must not be read
+        for (int k = 0; k < n; ++k) {
+            pcm[k] = static_cast<short>(k % 2 ? 32700 : -32700);
+        }
+        EXPECT_FALSE(pcm_exceeds(pcm.data(), n, 32700)) << "n=" << n;
+        for (int at = 0; at < n; ++at) {
+            for (short loud : {short(32701), short(-32701), short(-32768)}) {
+                std::vector<short> x = pcm;
+                x[at] = loud;
+                ASSERT_TRUE(pcm_exceeds(x.data(), n, 32700)) << "n=" << n << " at " << at;
+            }
+        }
+    }
+    const short lowest = -32768;
+    EXPECT_TRUE(pcm_exceeds(&lowest, 1, 32767));  // -32768 is 32768 away from zero
+}
+
 TEST(VectorKernels, ConjugateNegatesOnlyImaginaryParts) {
     for (int bins : {1, 3, 4, 5, 129}) {
         const std::vector<float> x = noise(2 * bins, bins);
