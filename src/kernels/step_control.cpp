@@ -57,44 +57,42 @@ void step_sizes_fixed(const float *power, float rate, float *power_1, int bins) 
     });
 }
 
-namespace {
-
-// Lane k of the result holds element j of row k, for four rows of a partitioned array.
-struct columns_t {
-    float32x4_t c[4];
-};
-
-inline columns_t transpose(const float *r0, const float *r1, const float *r2, const float *r3) {
-    const float32x4x2_t t01 = vtrnq_f32(vld1q_f32(r0), vld1q_f32(r1));
-    const float32x4x2_t t23 = vtrnq_f32(vld1q_f32(r2), vld1q_f32(r3));
-    return {{vcombine_f32(vget_low_f32(t01.val[0]), vget_low_f32(t23.val[0])),
-             vcombine_f32(vget_low_f32(t01.val[1]), vget_low_f32(t23.val[1])),
-             vcombine_f32(vget_high_f32(t01.val[0]), vget_high_f32(t23.val[0])),
-             vcombine_f32(vget_high_f32(t01.val[1]), vget_high_f32(t23.val[1]))}};
-}
-
-}  // namespace
-
 void partition_energies(const float *W, int n, int m, float *energy) {
-    // Four partitions side by side, one per lane, so that each keeps its own order of
-    // additions: four elements of each are read and turned into four columns.
+    // Four partitions side by side, each keeping its own order of additions: four elements
+    // of each row are read and transposed in pairs, so that partitions 0, 1 and 2, 3 of the
+    // four sum in the two lanes of a 64-bit accumulator each.
     int i = 0;
     for (; i + 3 < m; i += 4) {
-        const float *r[4] = {W + i * n, W + (i + 1) * n, W + (i + 2) * n, W + (i + 3) * n};
-        float32x4_t acc = vdupq_n_f32(1.0f);
+        // Each row is walked by its own pointer, which the loads advance.
+        const float *r0 = W + i * n;
+        const float *r1 = r0 + n;
+        const float *r2 = r1 + n;
+        const float *r3 = r2 + n;
+        float32x2_t acc01 = vdup_n_f32(1.0f);
+        float32x2_t acc23 = vdup_n_f32(1.0f);
         int j = 0;
-        for (; j + 3 < n; j += 4) {
-            const columns_t col = transpose(r[0] + j, r[1] + j, r[2] + j, r[3] + j);
-            for (const float32x4_t &c : col.c) {
-                acc = vmlaq_f32(acc, c, c);
+        for (; j + 3 < n; j += 4, r0 += 4, r1 += 4, r2 += 4, r3 += 4) {
+            // val[0] holds elements 0 and 2 of both rows, val[1] elements 1 and 3.
+            const float32x4x2_t t01 = vtrnq_f32(vld1q_f32(r0), vld1q_f32(r1));
+            const float32x4x2_t t23 = vtrnq_f32(vld1q_f32(r2), vld1q_f32(r3));
+            const float32x2_t c01[4] = {vget_low_f32(t01.val[0]), vget_low_f32(t01.val[1]),
+                                        vget_high_f32(t01.val[0]), vget_high_f32(t01.val[1])};
+            const float32x2_t c23[4] = {vget_low_f32(t23.val[0]), vget_low_f32(t23.val[1]),
+                                        vget_high_f32(t23.val[0]), vget_high_f32(t23.val[1])};
+            for (int k = 0; k < 4; ++k) {
+                acc01 = vmla_f32(acc01, c01[k], c01[k]);
+                acc23 = vmla_f32(acc23, c23[k], c23[k]);
             }
         }
-        for (; j < n; ++j) {
-            const float column[4] = {r[0][j], r[1][j], r[2][j], r[3][j]};
-            const float32x4_t c = vld1q_f32(column);
-            acc = vmlaq_f32(acc, c, c);
+        for (; j < n; ++j, ++r0, ++r1, ++r2, ++r3) {
+            const float pair01[2] = {*r0, *r1};
+            const float pair23[2] = {*r2, *r3};
+            const float32x2_t c01 = vld1_f32(pair01);
+            const float32x2_t c23 = vld1_f32(pair23);
+            acc01 = vmla_f32(acc01, c01, c01);
+            acc23 = vmla_f32(acc23, c23, c23);
         }
-        vst1q_f32(&energy[i], acc);
+        vst1q_f32(&energy[i], vcombine_f32(acc01, acc23));
     }
     for (; i < m; ++i) {
         float acc = 1.0f;
