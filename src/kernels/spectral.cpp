@@ -16,6 +16,17 @@ void PowerSpectrum_Neon(const float *X, float *ps, int length) {
     });
 }
 
+void ScaledPowerSpectrum(float *X, float s, float *ps, int length) {
+    for_each_bin(length / 2, [&](int k, auto lane) {
+        using V = decltype(lane);
+        complex_t<V> x = load_complex<V>(X + 2 * k);
+        x.re = mul(x.re, splat<V>(s));
+        x.im = mul(x.im, splat<V>(s));
+        store_complex(X + 2 * k, x);
+        store(ps + k, mla(mul(x.re, x.re), x.im, x.im));
+    });
+}
+
 namespace {
 
 // acc += X * Y for one group of 4 bins (floats j..j+7) of one partition.

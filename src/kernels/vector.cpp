@@ -187,11 +187,31 @@ bool pcm_exceeds(const short *pcm, int n, int threshold) {
 }
 
 void vec_window_pair(const float *pair, const float *w, float *out, int half) {
-    for_each_element(half, [&](int i, auto lane) {
-        using V = decltype(lane);
-        store(&out[i], mul(load<V>(&pair[i]), load<V>(&w[i])));
-        store(&out[half + i], mul(load<V>(&pair[half + i]), load_reversed<V>(&w[half - i])));
-    });
+    // Pointers that the loads and stores advance: the rising half upwards from w[0], the
+    // falling half downwards from w[half].
+    const float *rising = w;
+    const float *falling = w + half;
+    const float *first = pair;
+    const float *second = pair + half;
+    float *out_first = out;
+    float *out_second = out + half;
+    const int grouped = grouped_bins(half);
+    for (int i = 0; i < grouped; i += 4) {
+        const float32x4_t a = mul(load<float32x4_t>(first), load<float32x4_t>(rising));
+        const float32x4_t b = mul(load<float32x4_t>(second), load_reversed<float32x4_t>(falling));
+        store(out_first, a);
+        store(out_second, b);
+        first += 4;
+        second += 4;
+        rising += 4;
+        falling -= 4;
+        out_first += 4;
+        out_second += 4;
+    }
+    for (int i = grouped; i < half; ++i) {
+        out[i] = pair[i] * w[i];
+        out[half + i] = pair[half + i] * w[half - i];
+    }
 }
 
 void vec_conjugate(const float *x, float *out, int bins) {

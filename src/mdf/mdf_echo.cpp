@@ -208,11 +208,12 @@ bool diverged(int dbg_level, MdfEchoState *st, const frame_sums_t &s, float *out
 // far-end power Xf and its smoothed value.
 void frame_spectra(MdfEchoState *st, const float *e, float *y, float *E, float *Y, float *Xf,
                    const fft_ctx_t &fft) {
-    mdf_forward(fft, e, E);
+    // mdf_forward's 1/256 is applied in the pass that takes each power spectrum.
+    fft_forward_to(fft, e, E);
     zero_floats(y, kAecBlock);
-    mdf_forward(fft, y, Y);
-    VelFunAec_PowerSpectrum(E, st->Rf, kAecSpectrum);
-    VelFunAec_PowerSpectrum(Y, st->Yf, kAecSpectrum);
+    fft_forward_to(fft, y, Y);
+    ScaledPowerSpectrum(E, 1.0f / kAecFft, st->Rf, kAecSpectrum);
+    ScaledPowerSpectrum(Y, 1.0f / kAecFft, st->Yf, kAecSpectrum);
     VelFunAec_PowerSpectrum(st->X, Xf, kAecSpectrum);
     smooth_far_power(st->power, Xf, static_cast<float>(0.35 / kAecPartitions), kAecBins);
 }

@@ -134,6 +134,25 @@ TEST(WeightedSpectralMulConj, AccumulatingFormAddsTheRoundedProduct) {
     }
 }
 
+// One pass must give what scaling and then the power spectrum (checked above) give.
+TEST(ScaledPowerSpectrum, ScalesInPlaceAndTakesThePowerOfTheScaledBins) {
+    for (int n : kLengths) {
+        const auto x = random_floats(n, 100 + n);
+        std::vector<float> scaled = x, ps(n / 2 + 1, -7.0f), want(n / 2);
+        for (float &v : scaled) {
+            v *= 0.00390625f;
+        }
+        VelFunAec_PowerSpectrum(scaled.data(), want.data(), n);
+        std::vector<float> inplace = x;
+        ScaledPowerSpectrum(inplace.data(), 0.00390625f, ps.data(), n);
+        EXPECT_EQ(inplace, scaled) << "n=" << n;
+        for (int k = 0; k < n / 2; ++k) {
+            ASSERT_EQ(ps[k], want[k]) << "n=" << n << " bin " << k;
+        }
+        EXPECT_EQ(ps[n / 2], -7.0f);
+    }
+}
+
 TEST(WeightedSpectralMulConj, ZeroWeightOrStepWritesZeros) {
     auto x = random_floats(258, 1);
     auto y = random_floats(258, 2);
