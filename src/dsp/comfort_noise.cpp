@@ -102,15 +102,25 @@ void ComfortNoise_Process(float *input, float *noisePow, float * /*lambda*/, int
     // a time. A chunk's bins are all read before any of them is written.
     for (int j0 = 0; j0 < bins; j0 += kAecBins) {
         const int n = bins - j0 < kAecBins ? bins - j0 : kAecBins;
+        // The first chunk's magnitudes are kept from the range; a longer spectrum's are
+        // computed again.
+        float again[kAecBins];
+        const float *m = magnitude;
+        if (j0 > 0) {
+            for (int k = 0; k < n; ++k) {
+                again[k] = bin_magnitude(&input[2 * (j0 + k)]);
+            }
+            m = again;
+        }
+        // The noise power with its floor: noisePow unless NOISE_MIN_PWR is not below it.
+        float p[kAecBins];
+        vec_raise_to(&noisePow[j0], NOISE_MIN_PWR, p, n);
         float amplitude[kAecBins];
         for (int k = 0; k < n; ++k) {
-            const int j = j0 + k;
-            const float m = j < kAecBins ? magnitude[j] : bin_magnitude(&input[2 * j]);
-            const float a = static_cast<float>((static_cast<double>(m) - lowest) / range);
+            const float a = static_cast<float>((static_cast<double>(m[k]) - lowest) / range);
             // The loudest bin gets almost no noise, the weakest nearly the full floor.
             const float g = 0.9999 - a > 0 ? static_cast<float>(0.9999 - a) : 0.0f;
-            const float p = NOISE_MIN_PWR < noisePow[j] ? noisePow[j] : NOISE_MIN_PWR;
-            amplitude[k] = static_cast<float>(sqrt(static_cast<double>(g) * p));
+            amplitude[k] = static_cast<float>(sqrt(static_cast<double>(g) * p[k]));
         }
         float x[kAecBins];
         float y[kAecBins];

@@ -103,6 +103,14 @@ void vec_range(const float *x, int n, float *lo, float *hi) {
     *hi = high;
 }
 
+void vec_raise_to(const float *x, float lo, float *out, int n) {
+    for_each_element(n, [&](int i, auto lane) {
+        using V = decltype(lane);
+        const V v = load<V>(&x[i]);
+        store(&out[i], select(lt(splat<V>(lo), v), v, splat<V>(lo)));
+    });
+}
+
 void vec_add_conjugate_noise(float *spectrum, const float *x, const float *y, const float *a,
                              float s, int bins) {
     for_each_bin(bins, [&](int k, auto lane) {

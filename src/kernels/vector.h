@@ -25,6 +25,8 @@ void vec_window_pair(const float *pair, const float *w, float *out, int half);
 // when it is strictly below (above) the one held: a NaN after x[0] is never taken, a NaN
 // x[0] is kept. Between +0 and -0, which compare equal, either may come out.
 void vec_range(const float *x, int n, float *lo, float *hi);
+// out[i] = x[i] if lo < x[i], else lo (so a NaN x[i] gives lo). `out` may be `x`.
+void vec_raise_to(const float *x, float lo, float *out, int n);
 // Noise into the `bins` (re, im) pairs of `spectrum`, conjugated: re += x[k] * a[k] * s and
 // im -= y[k] * a[k] * s, the products rounded left to right.
 void vec_add_conjugate_noise(float *spectrum, const float *x, const float *y, const float *a,

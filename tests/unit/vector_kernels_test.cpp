@@ -34,6 +34,9 @@ TEST(VectorKernels, ElementWiseFormulas) {
         {"sub", vec_sub, [](float a, float b) { return a - b; }},
         {"scale", [](const float *a, const float *, float *o, int n) { vec_scale(a, 0.37f, o, n); },
          [](float a, float) { return a * 0.37f; }},
+        {"raise_to",
+         [](const float *a, const float *, float *o, int n) { vec_raise_to(a, 100.0f, o, n); },
+         [](float a, float) { return a > 100.0f ? a : 100.0f; }},
         {"crossfade",
          [&](const float *a, const float *b, float *o, int n) {
              const std::vector<float> wa(n + 1, wa_value), wb(n + 1, wb_value);
