@@ -16,22 +16,55 @@ void smooth_far_power(float *power, const float *Xf, float ss, int bins) {
     });
 }
 
-void leak_terms(const float *Rf, const float *Yf, float a, float *Eh, float *Yh, float *pey,
-                float *pyy, int bins) {
-    const float keep = 1 - a;
-    for_each_bin(bins, [&](int i, auto lane) {
-        using V = decltype(lane);
-        const V rf = load<V>(&Rf[i]);
-        const V yf = load<V>(&Yf[i]);
-        const V eh = load<V>(&Eh[i]);
-        const V yh = load<V>(&Yh[i]);
-        const V de = sub(rf, eh);
-        const V dy = sub(yf, yh);
-        store(&pey[i], mul(de, dy));
-        store(&pyy[i], mul(dy, dy));
-        store(&Eh[i], mla(mul(splat<V>(keep), eh), splat<V>(a), rf));
-        store(&Yh[i], mla(mul(splat<V>(keep), yh), splat<V>(a), yf));
-    });
+namespace {
+
+template <typename V>
+struct leak_terms_t {
+    V ey;
+    V yy;
+};
+
+// The two terms of bins i.. (one or four) and the update of their smoothed powers.
+template <typename V>
+inline leak_terms_t<V> leak_step(const float *Rf, const float *Yf, float a, float *Eh, float *Yh,
+                                 int i) {
+    const V rf = load<V>(&Rf[i]);
+    const V yf = load<V>(&Yf[i]);
+    const V eh = load<V>(&Eh[i]);
+    const V yh = load<V>(&Yh[i]);
+    const V de = sub(rf, eh);
+    const V dy = sub(yf, yh);
+    store(&Eh[i], mla(mul(splat<V>(1 - a), eh), splat<V>(a), rf));
+    store(&Yh[i], mla(mul(splat<V>(1 - a), yh), splat<V>(a), yf));
+    return {mul(de, dy), mul(dy, dy)};
+}
+
+}  // namespace
+
+void leak_sums(const float *Rf, const float *Yf, float a, float *Eh, float *Yh, int bins,
+               float *pey, float *pyy) {
+    float sum_ey = *pey;
+    float sum_yy = *pyy;
+    const int grouped = grouped_bins(bins);
+    for (int i = bins - 1; i >= grouped; --i) {
+        const leak_terms_t<float> t = leak_step<float>(Rf, Yf, a, Eh, Yh, i);
+        sum_ey += t.ey;
+        sum_yy += t.yy;
+    }
+    // Four bins' terms at once, then added from the highest lane down.
+    for (int i = grouped - 4; i >= 0; i -= 4) {
+        const leak_terms_t<float32x4_t> t = leak_step<float32x4_t>(Rf, Yf, a, Eh, Yh, i);
+        float ey[4];
+        float yy[4];
+        vst1q_f32(ey, t.ey);
+        vst1q_f32(yy, t.yy);
+        for (int k = 3; k >= 0; --k) {
+            sum_ey += ey[k];
+            sum_yy += yy[k];
+        }
+    }
+    *pey = sum_ey;
+    *pyy = sum_yy;
 }
 
 void step_sizes_adapted(const float *Rf, const float *Yf, const float *power, float leak, float RER,

@@ -7,10 +7,11 @@
 // power[i] = (1 - ss) * power[i] + 1 + ss * Xf[i], evaluated left to right.
 void smooth_far_power(float *power, const float *Xf, float ss, int bins);
 
-// With dE = Rf[i] - Eh[i] and dY = Yf[i] - Yh[i] taken before the update: pey[i] = dE * dY and
-// pyy[i] = dY * dY; then Eh[i] = (1 - a) * Eh[i] + a * Rf[i] and Yh[i] likewise from Yf.
-void leak_terms(const float *Rf, const float *Yf, float a, float *Eh, float *Yh, float *pey,
-                float *pyy, int bins);
+// With dE = Rf[i] - Eh[i] and dY = Yf[i] - Yh[i] taken before the update: dE * dY added to
+// *pey and dY * dY to *pyy, bin by bin from the top bin down; and Eh[i] = (1 - a) * Eh[i] +
+// a * Rf[i], Yh[i] likewise from Yf.
+void leak_sums(const float *Rf, const float *Yf, float a, float *Eh, float *Yh, int bins,
+               float *pey, float *pyy);
 
 // Step sizes once adapted: r = min(leak * Yf[i], 0.5 * e) with e = Rf[i] + 1, and
 // power_1[i] = (0.7 * r + 0.3 * RER * e) / ((power[i] + 10) * e).

@@ -221,16 +221,10 @@ void frame_spectra(MdfEchoState *st, const float *e, float *y, float *E, float *
 // Correlation of error and echo-estimate power fluctuations gives the leak of the echo into
 // the residual.
 void update_leak(MdfEchoState *st, const frame_sums_t &s) {
-    float pey[kAecBins];
-    float pyy[kAecBins];
-    leak_terms(st->Rf, st->Yf, st->spec_average, st->Eh, st->Yh, pey, pyy, kAecBins);
     // Summed from the top bin down, as the filter has always done.
     float Pey = 1.0f;
     float Pyy = 1.0f;
-    for (int j = kAecBins - 1; j >= 0; --j) {
-        Pey += pey[j];
-        Pyy += pyy[j];
-    }
+    leak_sums(st->Rf, st->Yf, st->spec_average, st->Eh, st->Yh, kAecBins, &Pey, &Pyy);
     Pyy = std::sqrt(Pyy);
     Pey = Pey / Pyy;
 
