@@ -47,6 +47,13 @@ void vec_sub(const float *a, const float *b, float *out, int n) {
     });
 }
 
+void vec_average(const float *a, const float *b, float *out, int n) {
+    for_each_element(n, [&](int i, auto lane) {
+        using V = decltype(lane);
+        store(&out[i], mul(add(load<V>(&a[i]), load<V>(&b[i])), splat<V>(0.5f)));
+    });
+}
+
 void vec_crossfade(const float *wa, const float *a, const float *wb, const float *b, float *out,
                    int n) {
     for_each_element(n, [&](int i, auto lane) {

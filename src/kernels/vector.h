@@ -12,6 +12,9 @@ void vec_scale(const float *x, float s, float *out, int n);
 // out[i] = a[i] + b[i], and out[i] = a[i] - b[i]. `out` may be `a` or `b`.
 void vec_add(const float *a, const float *b, float *out, int n);
 void vec_sub(const float *a, const float *b, float *out, int n);
+// out[i] = (a[i] + b[i]) / 2, the halving done as the exact multiplication by 0.5. `out` may be
+// `a` or `b`.
+void vec_average(const float *a, const float *b, float *out, int n);
 // out[i] = wa[i] * a[i] + wb[i] * b[i]. `out` may be `a` or `b`.
 void vec_crossfade(const float *wa, const float *a, const float *wb, const float *b, float *out,
                    int n);

@@ -32,6 +32,7 @@ TEST(VectorKernels, ElementWiseFormulas) {
     const Binary cases[] = {
         {"add", vec_add, [](float a, float b) { return a + b; }},
         {"sub", vec_sub, [](float a, float b) { return a - b; }},
+        {"average", vec_average, [](float a, float b) { return (a + b) / 2.0f; }},
         {"scale", [](const float *a, const float *, float *o, int n) { vec_scale(a, 0.37f, o, n); },
          [](float a, float) { return a * 0.37f; }},
         {"raise_to",
