@@ -15,6 +15,7 @@ void InnerProduct_neon(float *input1, float *input2, float *output, int length) 
     *output = 0.0f;
     float32x4_t lanes = vdupq_n_f32(0.0f);
     int i = 0;
+#pragma GCC unroll 2
     for (; i + 3 < length; i += 4) {
         lanes = vmlaq_f32(lanes, vld1q_f32(input1 + i), vld1q_f32(input2 + i));
     }
