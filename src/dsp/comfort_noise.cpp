@@ -50,22 +50,6 @@ int next_position(int ind) {
     return static_cast<uint16_t>(comfortNoiseX[offset]) & 0xFF;
 }
 
-// The table entries of `n` consecutive bins from position `ind` on, as floats: contiguous
-// runs up to the table's end, each followed by the restart. Returns the next position.
-int table_entries(int ind, int n, float *x, float *y) {
-    for (int j = 0; j < n;) {
-        const int run = n - j < kTableSize - ind ? n - j : kTableSize - ind;
-        vec_from_pcm(&comfortNoiseX[ind], 1, 0, &x[j], run);
-        vec_from_pcm(&comfortNoiseY[ind], 1, 0, &y[j], run);
-        j += run;
-        ind += run;
-        if (ind == kTableSize) {
-            ind = next_position(kTableSize - 1);
-        }
-    }
-    return ind;
-}
-
 }  // namespace
 
 // `lambda` (the suppression gains) is part of the signature and not read.
@@ -98,35 +82,41 @@ void ComfortNoise_Process(float *input, float *noisePow, float * /*lambda*/, int
     // The read position advances in a local and is published once: still a valid position
     // whatever another thread stores meanwhile.
     int ind = load(comfort_noise_ind);
-    // The amplitudes in double, bin by bin; the table entries and the additions four bins at
-    // a time. A chunk's bins are all read before any of them is written.
+    // The amplitudes in double, bin by bin; the additions four bins at a time. A chunk's bins
+    // are all read before any of them is written.
     for (int j0 = 0; j0 < bins; j0 += kAecBins) {
         const int n = bins - j0 < kAecBins ? bins - j0 : kAecBins;
         // The first chunk's magnitudes are kept from the range; a longer spectrum's are
-        // computed again.
-        float again[kAecBins];
-        const float *m = magnitude;
+        // computed again, into the same array.
         if (j0 > 0) {
             for (int k = 0; k < n; ++k) {
-                again[k] = bin_magnitude(&input[2 * (j0 + k)]);
+                magnitude[k] = bin_magnitude(&input[2 * (j0 + k)]);
             }
-            m = again;
         }
-        // The noise power with its floor: noisePow unless NOISE_MIN_PWR is not below it.
-        float p[kAecBins];
-        vec_raise_to(&noisePow[j0], NOISE_MIN_PWR, p, n);
+        // The noise power with its floor (noisePow unless NOISE_MIN_PWR is not below it),
+        // then in its place the amplitude.
         float amplitude[kAecBins];
+        vec_raise_to(&noisePow[j0], NOISE_MIN_PWR, amplitude, n);
         for (int k = 0; k < n; ++k) {
-            const float a = static_cast<float>((static_cast<double>(m[k]) - lowest) / range);
+            const float a =
+                static_cast<float>((static_cast<double>(magnitude[k]) - lowest) / range);
             // The loudest bin gets almost no noise, the weakest nearly the full floor.
             const float g = 0.9999 - a > 0 ? static_cast<float>(0.9999 - a) : 0.0f;
-            amplitude[k] = static_cast<float>(sqrt(static_cast<double>(g) * p[k]));
+            amplitude[k] = static_cast<float>(sqrt(static_cast<double>(g) * amplitude[k]));
         }
-        float x[kAecBins];
-        float y[kAecBins];
-        ind = table_entries(ind, n, x, y);
-        // Subtracting the imaginary part matches the conjugated spectrum it is added to.
-        vec_add_conjugate_noise(&input[2 * j0], x, y, amplitude, scale, n);
+        // The table entries in contiguous runs up to the table's end, each followed by the
+        // restart. Subtracting the imaginary part matches the conjugated spectrum it is added
+        // to.
+        for (int k = 0; k < n;) {
+            const int run = n - k < kTableSize - ind ? n - k : kTableSize - ind;
+            vec_add_conjugate_noise(&input[2 * (j0 + k)], &comfortNoiseX[ind], &comfortNoiseY[ind],
+                                    &amplitude[k], scale, run);
+            k += run;
+            ind += run;
+            if (ind == kTableSize) {
+                ind = next_position(kTableSize - 1);
+            }
+        }
     }
     store(comfort_noise_ind, ind);
 }

@@ -119,16 +119,22 @@ void vec_raise_to(const float *x, float lo, float *out, int n) {
     });
 }
 
-void vec_add_conjugate_noise(float *spectrum, const float *x, const float *y, const float *a,
+void vec_add_conjugate_noise(float *spectrum, const int16_t *x, const int16_t *y, const float *a,
                              float s, int bins) {
-    for_each_bin(bins, [&](int k, auto lane) {
-        using V = decltype(lane);
-        const V amplitude = load<V>(&a[k]);
-        const complex_t<V> bin = load_complex<V>(&spectrum[2 * k]);
-        const V re = mla(bin.re, mul(load<V>(&x[k]), amplitude), splat<V>(s));
-        const V im = mls(bin.im, mul(load<V>(&y[k]), amplitude), splat<V>(s));
-        store_complex(&spectrum[2 * k], complex_t<V>{re, im});
-    });
+    int k = 0;
+    for (; k + 3 < bins; k += 4) {
+        const float32x4_t amplitude = vld1q_f32(&a[k]);
+        const float32x4_t xf = vcvtq_f32_s32(vmovl_s16(vld1_s16(&x[k])));
+        const float32x4_t yf = vcvtq_f32_s32(vmovl_s16(vld1_s16(&y[k])));
+        const complex_t<float32x4_t> bin = load_complex<float32x4_t>(&spectrum[2 * k]);
+        const float32x4_t re = mla(bin.re, mul(xf, amplitude), splat<float32x4_t>(s));
+        const float32x4_t im = mls(bin.im, mul(yf, amplitude), splat<float32x4_t>(s));
+        store_complex(&spectrum[2 * k], complex_t<float32x4_t>{re, im});
+    }
+    for (; k < bins; ++k) {
+        spectrum[2 * k] += static_cast<float>(x[k]) * a[k] * s;
+        spectrum[2 * k + 1] -= static_cast<float>(y[k]) * a[k] * s;
+    }
 }
 
 void vec_from_pcm(const short *pcm, int channels, int ch, float *out, int n) {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 // out[i] = x[i] * s. `out` may be `x`.
 void vec_scale(const float *x, float s, float *out, int n);
@@ -31,8 +32,9 @@ void vec_range(const float *x, int n, float *lo, float *hi);
 // out[i] = x[i] if lo < x[i], else lo (so a NaN x[i] gives lo). `out` may be `x`.
 void vec_raise_to(const float *x, float lo, float *out, int n);
 // Noise into the `bins` (re, im) pairs of `spectrum`, conjugated: re += x[k] * a[k] * s and
-// im -= y[k] * a[k] * s, the products rounded left to right.
-void vec_add_conjugate_noise(float *spectrum, const float *x, const float *y, const float *a,
+// im -= y[k] * a[k] * s, with x and y 16-bit integers taken as floats and the products rounded
+// left to right.
+void vec_add_conjugate_noise(float *spectrum, const int16_t *x, const int16_t *y, const float *a,
                              float s, int bins);
 // The complex conjugates of the `bins` (re, im) pairs of x into out.
 void vec_conjugate(const float *x, float *out, int bins);
