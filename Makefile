@@ -56,7 +56,8 @@ format:
 clean:
 	rm -rf build
 
-# ThreadSanitizer: the threaded test and the suites of the process-wide state only.
+# ThreadSanitizer: the threaded tests (the API's and `qenaec tune`'s) and the suites of the
+# process-wide state only.
 .PHONY: test-tsan
 test-tsan: setup
 	cmake --preset tsan
@@ -85,13 +86,14 @@ fuzz: fuzz-build
 fuzz-smoke: fuzz-build
 	ctest --preset fuzz
 
-# Quality evaluation: speech scenarios through the built library and an NLMS baseline;
+# Quality evaluation: speech scenarios through the built library and an NLMS baseline, and
+# `qenaec tune` on two of them;
 # writes eval/out/report.html and eval/out/results.json.
 .PHONY: eval
 eval:
 	@scripts/setup.sh python3-matplotlib
 	cmake --preset release
-	cmake --build --preset release -j $(JOBS) --target qenaec
+	cmake --build --preset release -j $(JOBS) --target qenaec qenaec_cli
 	QENAEC_LIBRARY=$(CURDIR)/build/release/src/libqenaec.so /usr/bin/python3 eval/run.py
 
 # Benchmarks (release build): timings, then the deterministic instruction count per frame.

@@ -100,3 +100,32 @@ def erle(path, sc, rate, curves):
     fig.tight_layout()
     fig.savefig(path, dpi=DPI)
     plt.close(fig)
+
+
+def pareto(path, title, candidates, front, result):
+    """ERLE against talker loss for every candidate of a `qenaec tune` search (loss, ERLE
+    pairs), the front of the most ERLE within each loss, and the library as initialised,
+    the defaults and the tuned result marked."""
+    fig, ax = plt.subplots(figsize=(9, 4.2))
+    loss, erle = np.array(candidates).T
+    ax.plot(loss, erle, ".", ms=3, color="0.7", label="candidates")
+    ax.step([p[0] for p in front], [p[1] for p in front], where="post", color="tab:blue",
+            lw=1.2, label="front: the most ERLE within each loss")
+    limit = result["max_near_loss_db"]
+    marks = (("initialised", "v", "tab:orange", "as initialised (no QenAec_Config)"),
+             ("default", "s", "tab:red", "defaults (QenAec_Config with the default table)"),
+             ("tuned", "*", "tab:green", f"tuned (talker loss at most {limit:g} dB)"))
+    for key, marker, colour, label in marks:
+        r = result[key]
+        ax.plot(r["near_loss_db"], r["erle_db"], marker, ms=10, color=colour, label=label,
+                markeredgecolor="k", zorder=3)
+    ax.axvline(limit, color="tab:green", ls=":", lw=1)
+    ax.set_xlim(0, max(12.0, result["default"]["near_loss_db"] + 2))
+    ax.set_xlabel("talker loss in double talk (dB)")
+    ax.set_ylabel("ERLE (dB)")
+    ax.set_title(title, fontsize=9, loc="left")
+    ax.grid(alpha=0.3)
+    ax.legend(fontsize=8, loc="lower right")
+    fig.tight_layout()
+    fig.savefig(path, dpi=DPI)
+    plt.close(fig)

@@ -6,6 +6,7 @@ import numpy as np
 
 import nlms
 import scenarios
+import tuning
 
 ALGOS = ("full", "linear", "nlms")
 NAMES = {"full": "full", "linear": "linear", "nlms": "NLMS"}
@@ -111,9 +112,9 @@ def tables(records):
     return out
 
 
-def markdown(records):
+def markdown(records, tuned=()):
     lines = []
-    for title, header, rows in tables(records):
+    for title, header, rows in tables(records) + [t for r in tuned for t in tuning.tables(r)]:
         lines += [f"**{title}**", "", "| " + " | ".join(header) + " |",
                   "|" + "---|" * len(header)]
         lines += ["| " + " | ".join(str(c) for c in row) + " |" for row in rows]
@@ -178,14 +179,41 @@ def _scenario_html(name, info, recs):
     return "".join(parts)
 
 
-def html(records, meta):
+TUNING_ABOUT = """<p><code>qenaec tune</code> fits the suppressor to a device from two
+recordings, made here from the scenario itself: the echo recording (the far-end talker on the
+loudspeaker, nobody in the room) and the talker recording (the near-end talker, the
+loudspeaker silent). The tool mixes the talker into the echo recording, so that it knows the
+talker in double talk exactly, and searches the band intensities, the smoothing ratio and
+the band edges from the default table for the most ERLE (measured as <code>qenaec
+process</code> measures it, on the echo recording) whose talker loss in double talk stays
+within the limit. Each
+dot below is one candidate setting; the line is the front of the most ERLE within each
+loss. Where the defaults lie on that front, more ERLE costs the talker more loss.</p>"""
+
+
+def _tuning_html(tuned):
+    esc = html_text.escape
+    parts = [f"<h2 id='tuning'>Tuning the suppressor (qenaec tune)</h2>{TUNING_ABOUT}"]
+    for r in tuned:
+        files = " ".join(f"<a href='{esc(p)}'>{esc(p.rsplit('/', 1)[-1])}</a>"
+                         for p in r["files"].values())
+        parts.append(f"<h3>{esc(r['title'])}</h3><p><code>{esc(r['command'])}</code></p>"
+                     f"<p class='files'>{files}</p>"
+                     + "".join(_table_html(*t) for t in tuning.tables(r))
+                     + f"<img src='{esc(r['plot'])}' alt='ERLE against talker loss'>")
+    return "".join(parts)
+
+
+def html(records, meta, tuned=()):
     tabs = "".join(_table_html(*t) for t in tables(records))
     sections = "".join(
         _scenario_html(name, info, [r for r in records if r["scenario"] == name])
         for name, info in meta["scenarios"].items())
-    index = " · ".join(f"<a href='#{n}'>{html_text.escape(i['title'])}</a>"
-                       for n, i in meta["scenarios"].items())
+    index = " · ".join([f"<a href='#{n}'>{html_text.escape(i['title'])}</a>"
+                        for n, i in meta["scenarios"].items()]
+                       + (["<a href='#tuning'>Tuning</a>"] if tuned else []))
     return (f"<!doctype html><html><head><meta charset='utf-8'><title>QenAec quality"
             f"</title><style>{STYLE}</style></head><body><h1>QenAec quality evaluation</h1>"
             f"{ABOUT}<p>Seed {meta['seed']}; evaluated in {meta['seconds_taken']} s.</p>"
-            f"<p>{index}</p>{tabs}{sections}</body></html>")
+            f"<p>{index}</p>{tabs}{sections}{_tuning_html(tuned) if tuned else ''}"
+            f"</body></html>")

@@ -1,8 +1,9 @@
-"""`make eval`: every scenario at every rate through full, linear and the NLMS baseline;
-writes WAVs and PNGs per scenario and rate, results.json and report.html under eval/out.
+"""`make eval`: every scenario at every rate through full, linear and the NLMS baseline,
+and `qenaec tune` on two scenarios at 16 kHz; writes WAVs and PNGs per scenario and rate,
+results.json and report.html under eval/out.
 
 Usage: python3 eval/run.py [--out DIR] [--rates 16000,...] [--scenarios a,b] [--seed N]
-                           [--jobs N]
+                           [--jobs N] [--tune a,b]
 """
 import argparse
 import json
@@ -23,6 +24,7 @@ import plots  # noqa: E402
 import report  # noqa: E402
 import scenarios  # noqa: E402
 import speech  # noqa: E402
+import tuning  # noqa: E402
 
 RATES = (8000, 16000, 32000, 48000)
 
@@ -80,6 +82,8 @@ def main(argv=None):
     parser.add_argument("--scenarios", default=",".join(s.name for s in scenarios.SCENARIOS))
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--jobs", type=int, default=min(2, os.cpu_count() or 1))
+    parser.add_argument("--tune", default=",".join(tuning.SCENARIOS),
+                        help="scenarios for the tuning section (empty: none)")
     args = parser.parse_args(argv)
     out = pathlib.Path(args.out)
     out.mkdir(parents=True, exist_ok=True)
@@ -96,13 +100,18 @@ def main(argv=None):
             print(f"  {record['scenario']:>14} {record['rate']:>5} Hz  done", flush=True)
     order = {s.name: i for i, s in enumerate(scenarios.SCENARIOS)}
     records.sort(key=lambda r: (order[r["scenario"]], r["rate"]))
+    tuned = []
+    for name in filter(None, args.tune.split(",")):
+        tuned.append(tuning.tune(name, out, args.jobs, args.seed))
+        print(f"  {name:>14} tuned in {tuned[-1]['seconds_taken']} s", flush=True)
     meta = {"seed": args.seed, "seconds_taken": round(time.perf_counter() - start, 1),
             "scenarios": report.scenario_table(records)}
     records = report.finite(records)
-    (out / "results.json").write_text(json.dumps({"meta": meta, "records": records},
+    (out / "results.json").write_text(json.dumps({"meta": meta, "records": records,
+                                                  "tuning": tuned},
                                                  indent=1, default=report.json_value))
-    (out / "report.html").write_text(report.html(records, meta))
-    (out / "summary.md").write_text(report.markdown(records))
+    (out / "report.html").write_text(report.html(records, meta, tuned))
+    (out / "summary.md").write_text(report.markdown(records, tuned))
     print(f"eval: {len(records)} runs in {meta['seconds_taken']} s; "
           f"{out / 'report.html'}, {out / 'results.json'}")
 

@@ -1,11 +1,11 @@
 /* Parsing of the comma lists and the library calls that install a tuning. */
 #include "tuning.h"
 
-#include <cjson/cJSON.h>
 #include <errno.h>
-#include <math.h>
 #include <stdlib.h>
 #include <string.h>
+
+#include "qenaec_settings.h"
 
 static gboolean parse_list(const gchar *text, guint32 *values, guint count) {
     gchar **parts = g_strsplit(text, ",", -1);
@@ -22,61 +22,17 @@ static gboolean parse_list(const gchar *text, guint32 *values, guint count) {
     return ok;
 }
 
-/* An integer in 0..G_MAXUINT32 held exactly by a JSON number. */
-static gboolean json_u32(const cJSON *item, guint32 *value) {
-    if (!cJSON_IsNumber(item) || item->valuedouble < 0 || item->valuedouble > G_MAXUINT32 ||
-        item->valuedouble != floor(item->valuedouble)) {
-        return FALSE;
-    }
-    *value = (guint32)item->valuedouble;
-    return TRUE;
-}
-
-static gboolean json_list(const cJSON *tuned, const char *name, guint32 *values, int count) {
-    const cJSON *list = cJSON_GetObjectItemCaseSensitive(tuned, name);
-    if (!cJSON_IsArray(list) || cJSON_GetArraySize(list) != count) {
-        return FALSE;
-    }
-    for (int i = 0; i < count; ++i) {
-        if (!json_u32(cJSON_GetArrayItem(list, i), &values[i])) {
-            return FALSE;
-        }
-    }
-    return TRUE;
-}
-
 gchar *qenaec_tuning_load(const gchar *path, QenAecTuning *t) {
-    gchar *text = NULL;
-    gsize length = 0;
-    GError *error = NULL;
-    if (!g_file_get_contents(path, &text, &length, &error)) {
-        gchar *why = g_strdup_printf("config: %s", error->message);
-        g_error_free(error);
-        return why;
+    QenAecSettings s;
+    char why[512];
+    if (qenaec_settings_read(path, &s, why, sizeof why) != 0) {
+        return g_strdup_printf("config: %s", why);
     }
-    cJSON *root = cJSON_ParseWithLength(text, length);
-    g_free(text);
-    const cJSON *tuned = cJSON_GetObjectItemCaseSensitive(root, "tuned");
-    guint32 ratio = 0;
-    const char *wrong = NULL;
-    if (root == NULL) {
-        wrong = "is not valid JSON";
-    } else if (!cJSON_IsObject(tuned)) {
-        wrong = "has no \"tuned\" object: expected the JSON that `qenaec tune` writes";
-    } else if (!json_list(tuned, "intensity", t->intensity, QENAEC_BANDS)) {
-        wrong = "needs tuned.intensity: 7 non-negative integers";
-    } else if (!json_list(tuned, "edges", t->edges, QENAEC_EDGES)) {
-        wrong = "needs tuned.edges: 6 non-negative integers";
-    } else if (!json_u32(cJSON_GetObjectItemCaseSensitive(tuned, "ratio"), &ratio)) {
-        wrong = "needs tuned.ratio: a non-negative integer (tenths)";
-    }
-    cJSON_Delete(root);
-    if (wrong != NULL) {
-        return g_strdup_printf("config '%s' %s", path, wrong);
-    }
+    memcpy(t->intensity, s.intensity, sizeof t->intensity);
+    memcpy(t->edges, s.edges, sizeof t->edges);
     t->has_intensity = TRUE;
     t->has_edges = TRUE;
-    t->ratio = ratio;
+    t->ratio = s.ratio;
     return NULL;
 }
 

@@ -23,8 +23,9 @@ typedef struct {
 
 /* Reads the "tuned" entry of a result of `qenaec tune`,
  *   {"tuned": {"intensity": [7 integers], "edges": [6 integers], "ratio": integer, ...}, ...},
- * into the band table and ratio of `tuning` (comfort noise is left as it is). Returns NULL,
- * or why the file cannot be used, naming it and the entry (free with g_free). */
+ * into the band table and ratio of `tuning` (comfort noise is left as it is), with the
+ * tool's own reader (tools/settings), which checks every value. Returns NULL, or why the
+ * file cannot be used, naming it and the entry (free with g_free). */
 gchar *qenaec_tuning_load(const gchar *path, QenAecTuning *tuning);
 
 /* Puts the comma list of property `name` ("a,b,c": `count` non-negative integers) into

@@ -66,16 +66,24 @@ bool in_any_span(double t0, double t1, const std::vector<Span> &spans) {
     return false;
 }
 
-std::vector<bool> far_active(const std::vector<double> &far_level) {
-    // Relative to the loud end of the far end's levels, not to its floor: a far end that
-    // never pauses (music, noise) has no floor to be above.
-    const double threshold =
-        std::max(percentile(far_level, 0.95) - kFarBelowPeakDb, kFarMinimumDbfs);
-    std::vector<bool> active(far_level.size());
-    for (size_t f = 0; f < far_level.size(); ++f) {
-        active[f] = far_level[f] >= threshold;
+// Relative to the loud end of the levels, not to their floor: a far end that never pauses
+// (music, noise) has no floor to be above.
+std::vector<bool> active_by_level(const std::vector<double> &level, double loud_dbfs,
+                                  double floor_dbfs) {
+    const double threshold = std::max(loud_dbfs - kFarBelowPeakDb, floor_dbfs);
+    std::vector<bool> active(level.size());
+    for (size_t f = 0; f < level.size(); ++f) {
+        active[f] = level[f] >= threshold;
     }
     return active;
+}
+
+std::vector<bool> far_active(const std::vector<double> &far_level) {
+    return active_by_level(far_level, percentile(far_level, 0.95), kFarMinimumDbfs);
+}
+
+size_t level_window(int rate) {
+    return std::max<size_t>(1, static_cast<size_t>(std::lround(kWindowSeconds * rate / kFrame)));
 }
 
 // Level-ratio rule: frames within `hangover` of clear near-end talk go, and so do frames
@@ -102,8 +110,7 @@ void keep_echo_dominated(std::vector<bool> &use, const std::vector<double> &near
 Erle erle(const ErleInput &in, const std::vector<Span> *left_out) {
     const Layout &l = in.layout;
     const size_t frames = in.near.size() / (kFrame * l.near_channels);
-    const size_t window =
-        std::max<size_t>(1, static_cast<size_t>(std::lround(kWindowSeconds * l.rate / kFrame)));
+    const size_t window = level_window(l.rate);
     const auto far_level = trailing_level(frame_power(in.far, l.far_channels, frames), window);
     const auto near_power = frame_power(in.near, l.near_channels, frames);
     const auto near_level = trailing_level(near_power, window);
@@ -143,6 +150,28 @@ Erle erle(const ErleInput &in, const std::vector<Span> *left_out) {
     e.db =
         e.valid ? 10.0 * std::log10(in_sum / (out_sum + static_cast<double>(count) / 12.0)) : 0.0;
     return e;
+}
+
+Activity activity(std::span<const int16_t> x, int channels, int rate, double floor_dbfs) {
+    const size_t frames = x.size() / (kFrame * channels);
+    const auto power = frame_power(x, channels, frames);
+    const auto level = trailing_level(power, level_window(rate));
+    Activity a;
+    a.loud_dbfs = percentile(level, 0.95);
+    a.active = active_by_level(level, a.loud_dbfs, floor_dbfs);
+    double sum = 0.0;
+    size_t count = 0;
+    for (size_t f = 0; f < frames; ++f) {
+        if (a.active[f]) {
+            sum += power[f];
+            ++count;
+        }
+    }
+    a.seconds = static_cast<double>(count) * kFrame / rate;
+    if (count > 0) {
+        a.level_dbfs = 10.0 * std::log10(std::max(sum / count / (32768.0 * 32768.0), 1e-12));
+    }
+    return a;
 }
 
 Erle erle_between(const ErleInput &in, double from_s, double to_s) {

@@ -53,4 +53,16 @@ Erle erle(const ErleInput &in, const std::vector<Span> *left_out = nullptr);
 // The same over the frames within [from_s, to_s) alone: all else is left out.
 Erle erle_between(const ErleInput &in, double from_s, double to_s);
 
+// Where a signal is active by the far-end rule above, with a floor of one's own: its level
+// over the last 100 ms at most 30 dB below the 95th percentile of those levels and at least
+// `floor_dbfs`. Used on a talker and on the far end by `qenaec tune`.
+struct Activity {
+    std::vector<bool> active;    // per 128-sample frame
+    double loud_dbfs = -120.0;   // the 95th percentile of the 100 ms levels
+    double level_dbfs = -120.0;  // mean power of the active frames (an active speech level)
+    double seconds = 0.0;        // duration of the active frames
+};
+
+Activity activity(std::span<const int16_t> x, int channels, int rate, double floor_dbfs);
+
 }  // namespace testkit

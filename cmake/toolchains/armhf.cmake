@@ -23,8 +23,22 @@ set(CMAKE_CXX_FLAGS_INIT "${QENAEC_TARGET_FLAGS}")
 # time instead of linking an x86-64 library.
 set(CMAKE_LIBRARY_ARCHITECTURE ${QENAEC_TARGET_TRIPLE})
 list(APPEND CMAKE_IGNORE_PATH /usr/lib/x86_64-linux-gnu /lib/x86_64-linux-gnu)
-# pkg-config (the GStreamer element) reads the target's .pc files only.
-set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/${QENAEC_TARGET_TRIPLE}/pkgconfig:/usr/share/pkgconfig)
+# pkg-config (the GStreamer element) reads the target's .pc files only: the multiarch ones,
+# or where the armhf GStreamer packages could not be installed, those scripts/setup-armhf.sh
+# unpacked into build/armhf-gst (prefixed by pkg-config's sysroot, and found by the linker
+# through -rpath-link for the libraries they pull in).
+set(QENAEC_GST_UNPACKED ${CMAKE_CURRENT_LIST_DIR}/../../build/armhf-gst)
+get_filename_component(QENAEC_GST_UNPACKED ${QENAEC_GST_UNPACKED} ABSOLUTE)
+set(QENAEC_TARGET_PKGCONFIG /usr/lib/${QENAEC_TARGET_TRIPLE}/pkgconfig)
+if(NOT EXISTS ${QENAEC_TARGET_PKGCONFIG}/gstreamer-1.0.pc
+   AND EXISTS ${QENAEC_GST_UNPACKED}${QENAEC_TARGET_PKGCONFIG}/gstreamer-1.0.pc)
+    set(ENV{PKG_CONFIG_SYSROOT_DIR} ${QENAEC_GST_UNPACKED})
+    set(ENV{PKG_CONFIG_LIBDIR} ${QENAEC_GST_UNPACKED}${QENAEC_TARGET_PKGCONFIG})
+    set(CMAKE_MODULE_LINKER_FLAGS_INIT
+        "-Wl,-rpath-link,${QENAEC_GST_UNPACKED}/usr/lib/${QENAEC_TARGET_TRIPLE}")
+else()
+    set(ENV{PKG_CONFIG_LIBDIR} ${QENAEC_TARGET_PKGCONFIG}:/usr/share/pkgconfig)
+endif()
 set(ENV{PKG_CONFIG_PATH} "")
 
 # The cross toolchain's own runtime (loader, libc, libstdc++) sits under /usr/<triple>; the

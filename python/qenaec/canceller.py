@@ -2,13 +2,15 @@
 
 Whole signals go in; they are cut into 128-sample frames, a partial last frame is padded
 with zeros, and the output is trimmed back to the input length. Every failing call raises
-QenAecError naming the library's code.
+QenAecError naming the library's code. What the library prints goes to the `qenaec` logger
+(see _messages), at message level 1 unless DML_PATH says otherwise.
 """
 import ctypes
+import numbers
 
 import numpy as np
 
-from . import _lib
+from . import _lib, _messages
 
 MODES = ("full", "linear", "split")
 
@@ -16,6 +18,11 @@ MODES = ("full", "linear", "split")
 # the previous block, while the linear stage's error is the current block. testkit's C++
 # output_delay() is the same; tests/python/test_agreement.py holds both to the library.
 OUTPUT_DELAY = {"full": _lib.FRAME, "split": _lib.FRAME, "linear": 0}
+
+# The keys of a tuning result's "tuned" entry that apply_settings installs, and those it
+# passes over.
+SETTINGS = ("intensity", "edges", "ratio")
+FIGURES = ("erle_db", "near_loss_db", "near_sdr_db", "max_near_loss_db")
 
 
 class QenAecError(RuntimeError):
@@ -31,6 +38,16 @@ class QenAecError(RuntimeError):
         super().__init__(f"{where}{self.name} (0x{code & 0xFFFFFFFF:08X})")
 
 
+def _integers(values, count):
+    """True when `values` holds `count` integers (bool and float are not integers here)."""
+    try:
+        items = list(values)
+    except TypeError:
+        return False
+    return len(items) == count and all(
+        isinstance(v, numbers.Integral) and not isinstance(v, bool) for v in items)
+
+
 def _check(code, call):
     if code != 0:
         raise QenAecError(code, call)
@@ -39,7 +56,8 @@ def _check(code, call):
 class Canceller:
     """An echo canceller instance: `with Canceller(16000) as aec: out = aec.process(mic, ref)`."""
 
-    def __init__(self, rate, near_channels=1, far_channels=1):
+    def __init__(self, rate, near_channels=1, far_channels=1, config=None):
+        """`config`: a tuning result to apply, as apply_settings takes it."""
         # The library reports a refused record only by a null handle; name the code here.
         if rate not in _lib.RATES:
             raise QenAecError(_lib.CODE["ALGO_AEC_RET_INVALID_SAMPLE_RATE"], "QenAec_Init")
@@ -47,11 +65,14 @@ class Canceller:
             raise QenAecError(_lib.CODE["ALGO_AEC_RET_INVALID_CHANNEL"], "QenAec_Init")
         self._lib = _lib.library()
         self.rate, self.near_channels, self.far_channels = rate, near_channels, far_channels
-        self._block = ctypes.create_string_buffer(self._lib.QenAec_GetBufferSize())
         init = _lib.AudioAecInit(_lib.FRAME, near_channels, far_channels, rate)
-        self._handle = self._lib.QenAec_Init(self._block, ctypes.byref(init))
+        with _messages.quiet_level() as quiet, _messages.collected(drop_announcements=quiet):
+            self._block = ctypes.create_string_buffer(self._lib.QenAec_GetBufferSize())
+            self._handle = self._lib.QenAec_Init(self._block, ctypes.byref(init))
         if not self._handle:
             raise QenAecError(_lib.CODE["ALGO_AEC_RET_INVALID_HANDLE"], "QenAec_Init")
+        if config is not None:
+            self.apply_settings(config)
 
     def __enter__(self):
         return self
@@ -65,7 +86,8 @@ class Canceller:
     def close(self):
         """Frees the instance; later calls raise. Safe to call twice."""
         if getattr(self, "_handle", None):
-            self._lib.QenAec_Free(self._handle)
+            with _messages.collected():
+                self._lib.QenAec_Free(self._handle)
             self._handle = None
 
     def _live(self):
@@ -76,8 +98,9 @@ class Canceller:
     def get_config(self):
         """The stored settings of both records, as a dict."""
         init, cfg = _lib.AudioAecInit(), _lib.AudioAecConfig()
-        _check(self._lib.QenAec_GetConfig(self._live(), ctypes.byref(init), ctypes.byref(cfg)),
-               "QenAec_GetConfig")
+        with _messages.collected():
+            code = self._lib.QenAec_GetConfig(self._live(), ctypes.byref(init), ctypes.byref(cfg))
+        _check(code, "QenAec_GetConfig")
         return {
             "point_number": init.point_number,
             "near_channels": init.nearend_channel,
@@ -105,13 +128,40 @@ class Canceller:
             int(pick(delay_sample, "delay_sample")),
             (ctypes.c_uint32 * 6)(*[int(v) & 0xFFFFFFFF for v in freq]),
             (ctypes.c_uint32 * 7)(*[int(v) & 0xFFFFFFFF for v in intensity]))
-        _check(self._lib.QenAec_Config(self._live(), ctypes.byref(cfg)), "QenAec_Config")
+        with _messages.collected():
+            code = self._lib.QenAec_Config(self._live(), ctypes.byref(cfg))
+        _check(code, "QenAec_Config")
 
     def set_recursive_ratio(self, n):
         """Smoothing of the suppressor's spectra in tenths, 1..10."""
         # A negative n wraps to a huge unsigned value, which the library refuses.
-        _check(self._lib.QenAec_SetRecursiveRatio(self._live(), int(n) & 0xFFFFFFFF),
-               "QenAec_SetRecursiveRatio")
+        with _messages.collected():
+            code = self._lib.QenAec_SetRecursiveRatio(self._live(), int(n) & 0xFFFFFFFF)
+        _check(code, "QenAec_SetRecursiveRatio")
+
+    def apply_settings(self, settings):
+        """Installs a tuning result as `qenaec process --config` does: QenAec_Config with
+        comfort noise off, delay 0 and the band table, then QenAec_SetRecursiveRatio.
+
+        settings: the "tuned" entry of a `qenaec tune --json` result, or the whole result,
+                  as a dict: "intensity" (7 integers), "edges" (6), "ratio" (tenths); the
+                  figures beside them are ignored. A table left out keeps its stored
+                  values, a ratio left out its value.
+        """
+        entry = settings.get("tuned", settings)
+        unknown = set(entry) - set(SETTINGS) - set(FIGURES)
+        if unknown:
+            raise ValueError(f"unknown settings {sorted(unknown)}; expected {SETTINGS}")
+        for key, count in (("intensity", 7), ("edges", 6), ("ratio", 1)):
+            value = entry.get(key)
+            if value is not None and not _integers([value] if key == "ratio" else value, count):
+                what = "an integer" if key == "ratio" else f"{count} integers"
+                raise ValueError(f"settings[{key!r}] must be {what}, not {value!r}")
+        self.config(comfort_noise_enable=0, delay_sample=0,
+                    suppression_mode_freq=entry.get("edges"),
+                    suppression_mode_intensity=entry.get("intensity"))
+        if entry.get("ratio") is not None:
+            self.set_recursive_ratio(entry["ratio"])
 
     def _frames(self, signal, channels, what):
         if signal.dtype != np.int16:
@@ -146,13 +196,14 @@ class Canceller:
         lib, step_near = self._lib, _lib.FRAME * self.near_channels * 2
         step_far = _lib.FRAME * self.far_channels * 2
         near_ptr, far_ptr = out.ctypes.data, ref.ctypes.data
-        for f in range(len(out) // _lib.FRAME):
-            n, r = near_ptr + f * step_near, far_ptr + f * step_far
-            if mode == "full":
-                _check(lib.QenAec_Run(handle, n, r), "QenAec_Run")
-                continue
-            _check(lib.QenAec_ADF_Run(handle, n, r), "QenAec_ADF_Run")
-            if mode == "split":
-                _check(lib.QenAec_NLP_Run(handle, n), "QenAec_NLP_Run")
+        with _messages.collected():
+            for f in range(len(out) // _lib.FRAME):
+                n, r = near_ptr + f * step_near, far_ptr + f * step_far
+                if mode == "full":
+                    _check(lib.QenAec_Run(handle, n, r), "QenAec_Run")
+                    continue
+                _check(lib.QenAec_ADF_Run(handle, n, r), "QenAec_ADF_Run")
+                if mode == "split":
+                    _check(lib.QenAec_NLP_Run(handle, n), "QenAec_NLP_Run")
         out = out[:len(near)]
         return out.reshape(-1) if near.ndim == 1 else out

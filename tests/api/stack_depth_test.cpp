@@ -1,8 +1,5 @@
-// Peak stack depth of QenAec_Run, measured by painting: frames run on a thread whose stack
-// is a block filled with a pattern beforehand, and the deepest byte that no longer holds the
-// pattern gives the depth. An idle thread on the same kind of stack is measured too and
-// subtracted, which removes what the thread library keeps at the top of a stack it is given
-// (thread descriptor, thread-local storage) and the thread's own start-up.
+// Peak stack depth of QenAec_Run, by painting a thread's stack; an idle thread's depth (what
+// the thread library keeps on a given stack) is subtracted.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -20,22 +17,14 @@ constexpr unsigned char kPaint = 0xA5;
 constexpr size_t kBudget = 8 * 1024;
 
 struct Frames {
-    AEC_HANDLE handle = nullptr;
-    std::vector<int16_t> near, far;
-    size_t frames = 0;
-    int channels = 1;
+    AEC_HANDLE handle;
+    testkit::Recording rec;
 };
 
 void *run_frames(void *arg) {
     auto *f = static_cast<Frames *>(arg);
-    for (size_t i = 0; i < f->frames; ++i) {
-        QenAec_Run(f->handle, f->near.data() + i * 128 * f->channels,
-                   f->far.data() + i * 128 * f->channels);
-    }
-    return nullptr;
-}
-
-void *idle(void *) {
+    std::vector<int16_t> near = f->rec.near;
+    testkit::run(f->handle, f->rec.layout, near, f->rec.far, testkit::Mode::kFull);
     return nullptr;
 }
 
@@ -67,47 +56,27 @@ size_t painted_depth(void *(*fn)(void *), void *arg) {
 
 class StackDepth : public testing::TestWithParam<int> {};
 
-// One second of echo at each rate, stereo (the widest path), with comfort noise on; the
-// same frames run once on the main thread first so that every library call they make is
-// already bound and the measured thread sees only the frame's own stack.
+// Stereo with comfort noise (the widest path); run once before so every symbol is bound.
 TEST_P(StackDepth, OneRunStaysWithinEightKilobytes) {
 #if defined(__SANITIZE_ADDRESS__)
     GTEST_SKIP() << "the address sanitizer moves and pads stack frames";
 #endif
-    testkit::Scenario s;
-    s.rate = GetParam();
-    s.near_channels = s.far_channels = 2;
-    s.seconds = 1.0;
-    const testkit::Recording in = testkit::noise_echo(s);
-
-    size_t depth[2] = {};
-    for (int pass = 0; pass < 2; ++pass) {
-        const testkit::Instance aec(in.layout, testkit::Settings{.comfort_noise = true});
-        Frames f;
-        f.handle = aec.handle();
-        ASSERT_NE(f.handle, nullptr);
-        f.near = in.near;
-        f.far = in.far;
-        f.frames = in.frames();
-        f.channels = 2;
-        if (pass == 0) {
-            run_frames(&f);
-        } else {
-            depth[0] = painted_depth(idle, nullptr);
-            depth[1] = painted_depth(run_frames, &f);
-        }
-    }
-    ASSERT_LT(depth[1], kStackBytes) << "the frames used the whole painted stack";
-    const size_t run_depth = depth[1] - depth[0];
-    printf("peak stack of QenAec_Run at %d Hz: %zu bytes\n", s.rate, run_depth);
+    const testkit::Recording in = testkit::noise_echo(
+        {.rate = GetParam(), .near_channels = 2, .far_channels = 2, .seconds = 1.0});
+    const testkit::Instance warm(in.layout, {.comfort_noise = true}),
+        aec(in.layout, {.comfort_noise = true});
+    Frames w{warm.handle(), in}, f{aec.handle(), in};
+    run_frames(&w);
+    const size_t idle = painted_depth([](void *) -> void * { return nullptr; }, nullptr);
+    const size_t depth = painted_depth(run_frames, &f);
+    ASSERT_LT(depth, kStackBytes) << "the frames used the whole painted stack";
+    const size_t run_depth = depth - idle;
+    printf("peak stack of QenAec_Run at %d Hz: %zu bytes\n", GetParam(), run_depth);
     EXPECT_LE(run_depth, kBudget);
     // A measurement that saw nothing would pass any budget.
     EXPECT_GT(run_depth, 256u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rates, StackDepth, testing::Values(8000, 16000, 32000, 48000),
-                         [](const testing::TestParamInfo<int> &info) {
-                             return std::to_string(info.param) + "Hz";
-                         });
+INSTANTIATE_TEST_SUITE_P(Rates, StackDepth, testing::Values(8000, 16000, 32000, 48000));
 
 }  // namespace

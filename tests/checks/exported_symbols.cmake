@@ -1,6 +1,5 @@
 cmake_minimum_required(VERSION 3.25)
-# Fails when the shared object exports any function or object other than the 13 QenAec_* ones.
-# Inputs: -DNM=<nm> -DLIBRARY=<path to libqenaec.so>
+# Fails when the shared object exports anything but the 13 QenAec_* functions. -DNM -DLIBRARY
 set(expected
     QenAec_GetBufferSize QenAec_Init QenAec_Config QenAec_GetConfig QenAec_Reset QenAec_Free
     QenAec_Run QenAec_ADF_Run QenAec_NLP_Run QenAec_GetLibVersion QenAec_SetRecursiveRatio

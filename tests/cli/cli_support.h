@@ -1,28 +1,27 @@
-// Helpers for the tool's integration tests: run the built binary with arguments and
-// environment, temporary folders, and audio files written and read with libsndfile.
+// Helpers for the tool's integration tests: run the built binary, temporary folders, audio
+// files through libsndfile, and the output the tool should give, computed through the API.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "scratch.h"
+#include "testkit/frame_loop.h"
 
 namespace cli {
 
 struct Result {
     int status = -1;
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
-
 using Env = std::vector<std::pair<std::string, std::string>>;
 
 // Runs the tool with `args`; `env` entries are set for that run only.
 Result run(const std::vector<std::string> &args, const Env &env = {});
 
-// A fresh temporary folder (removed with its contents), naming files inside it.
 class TempDir : public qtest::TempDir {
 public:
     std::string path(const std::string &name) const { return dir() + "/" + name; }
@@ -30,35 +29,52 @@ public:
 };
 
 struct Wav {
-    int rate = 0;
-    int channels = 0;
+    int rate = 0, channels = 0;
     std::vector<int16_t> samples;  // interleaved
 };
-
 void write_wav(const std::string &path, int rate, int channels,
                const std::vector<int16_t> &samples);
-// 32-bit float WAV, samples at full scale +-1.0 (values beyond are stored as they are).
-void write_float_wav(const std::string &path, int rate, int channels,
-                     const std::vector<float> &samples);
+// 32-bit float, full scale +-1.0 (values beyond are stored as they are).
+void write_wav(const std::string &path, int rate, int channels, const std::vector<float> &samples);
 Wav read_wav(const std::string &path);
-
 void write_raw(const std::string &path, const std::vector<int16_t> &samples);
 std::vector<int16_t> read_raw(const std::string &path);
 
-bool file_exists(const std::string &path);
-
-// A number from a flat JSON object (one level of nesting with "outer.inner"); NaN when the
-// key is missing or null.
+// A number in JSON by its path ("tuned.edges.2"); NaN when missing or not a number.
 double json_number(const std::string &json, const std::string &key);
 
-// Writes near.wav and far.wav into `dir` and runs `process` on them, writing out.wav and
-// m.json (the metrics) beside them; `extra` options follow.
+// `process` on near.wav and far.wav in `dir` into out.wav, metrics in m.json, then `extra`.
+Result process(const TempDir &dir, const std::vector<std::string> &extra = {}, const Env &env = {});
+// The same after writing the two files.
 Result process_files(const TempDir &dir, int rate, int near_channels,
                      const std::vector<int16_t> &near, int far_channels,
                      const std::vector<int16_t> &far, const std::vector<std::string> &extra = {},
                      const Env &env = {});
 
-// Newline-terminated lines in `text`.
-int count_lines(const std::string &text);
+inline int count_lines(const std::string &text) {
+    return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+}
+
+// The inputs zero-padded to whole frames, run by a fresh instance, trimmed back.
+inline std::vector<int16_t> reference_output(std::vector<int16_t> near, std::vector<int16_t> far,
+                                             int rate, int near_ch, int far_ch,
+                                             testkit::Mode mode = testkit::Mode::kFull) {
+    const size_t samples = near.size() / near_ch;
+    const size_t frames = (samples + testkit::kFrame - 1) / testkit::kFrame;
+    testkit::Recording in = {{rate, near_ch, far_ch}, std::move(near), std::move(far)};
+    in.near.resize(frames * testkit::kFrame * near_ch, 0);
+    in.far.resize(frames * testkit::kFrame * far_ch, 0);
+    std::vector<int16_t> out = testkit::process(in, mode);
+    out.resize(samples * near_ch);
+    return out;
+}
+
+// `x` moved `samples` later, keeping its length.
+inline std::vector<int16_t> delayed(const std::vector<int16_t> &x, int channels, size_t samples) {
+    std::vector<int16_t> y(x.size(), 0);
+    const size_t shift = std::min(x.size(), samples * channels);
+    std::copy(x.begin(), x.end() - shift, y.begin() + shift);
+    return y;
+}
 
 }  // namespace cli

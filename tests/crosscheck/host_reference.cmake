@@ -1,7 +1,5 @@
 cmake_minimum_required(VERSION 3.25)
-# Brings the host's cross-check reference up to date: configures the host release tree when
-# there is none yet (as the release preset does), then builds its crosscheck_reference target.
-# Inputs: -DSOURCE_DIR=<source tree> -DHOST_TREE=<host release build tree>
+# Configures the host release tree if needed, then builds its crosscheck_reference target.
 if(NOT EXISTS ${HOST_TREE}/CMakeCache.txt)
     message(STATUS "configuring the host tree ${HOST_TREE}")
     execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${HOST_TREE}

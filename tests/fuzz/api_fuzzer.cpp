@@ -1,9 +1,7 @@
-// libFuzzer target for the public API. The input bytes decode into a sequence of calls on two
-// instance blocks (any order, any record, any value, any frame, null pointers where the API
-// accepts them). A small model of each instance predicts every return code; the harness
-// aborts on any code it did not predict, on a refused Init that touched the block, on a stereo
-// output whose channels differ, and (through ASan poisoning) on any access outside the
-// QenAec_GetBufferSize() bytes of a block.
+// libFuzzer target for the public API: bytes decode into calls on two blocks (records biased to
+// the boundaries, pathological frames, null pointers). A model predicts every code; the harness
+// aborts on a surprise, a refused call that touched its block or buffer, a touched far end,
+// differing stereo outputs, or (ASan poisoning) an access outside a block.
 #if __has_include(<sanitizer/asan_interface.h>)
 #include <sanitizer/asan_interface.h>
 #endif
@@ -11,49 +9,58 @@
 #define ASAN_POISON_MEMORY_REGION(addr, size) ((void)(addr), (void)(size))
 #endif
 
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 
-#include "fuzz_input.h"
 #include "qen_aec.h"
 
 namespace {
 
-constexpr int kSlots = 2;
-constexpr size_t kGuard = 4096;
-// Frames per input: enough to reach the divergence reset with a hostile far end (one frame of
-// alternating full scale does it) and what follows it, few enough to keep executions short.
-constexpr int kMaxFrames = 12;
+// Bytes in order; zeros once used up.
+class Input {
+public:
+    Input(const uint8_t *data, size_t size) : p_(data), end_(data + size) {}
+    bool empty() const { return p_ == end_; }
+    uint8_t u8() { return p_ == end_ ? 0 : *p_++; }
+    uint16_t u16() {
+        const uint8_t lo = u8();
+        return static_cast<uint16_t>(lo | u8() << 8);
+    }
+    uint32_t u32() {
+        const uint16_t lo = u16();
+        return lo | static_cast<uint32_t>(u16()) << 16;
+    }
+    // One byte picks an entry of `table`; past its end, 4 raw bytes follow.
+    template <size_t N>
+    uint32_t pick(const uint32_t (&table)[N]) {
+        const uint8_t c = u8();
+        return c < N ? table[c] : u32();
+    }
+
+private:
+    const uint8_t *p_, *end_;
+};
+
+FILE *g_report = nullptr;  // the real stderr; the library's own output goes to /dev/null
+
+void check(bool ok, const char *what, long got, long want, int line) {
+    if (!ok) {
+        fprintf(g_report, "api_fuzzer: %s (line %d): got 0x%lx, expected 0x%lx\n", what, line, got,
+                want);
+        abort();
+    }
+}
+#define EXPECT_CODE(got, want) check((got) == (want), #got, long(got), long(want), __LINE__)
+#define EXPECT_TRUE(cond) check(cond, #cond, 0, 1, __LINE__)
 
 constexpr ALGO_AEC_RET kMinusOne = static_cast<ALGO_AEC_RET>(-1);
+constexpr size_t kGuard = 4096;
+constexpr int kMaxFrames = 12;  // per input: enough for a divergence reset and what follows
 
-FILE *g_report = nullptr;  // the real stderr; the library's own chatter goes to /dev/null
-
-[[noreturn]] void fail(const char *what, long got, long want, int line) {
-    fprintf(g_report, "api_fuzzer: %s (line %d): got 0x%lx, expected 0x%lx\n", what, line, got,
-            want);
-    fflush(g_report);
-    abort();
-}
-
-#define EXPECT_CODE(got, want)                                                \
-    do {                                                                      \
-        const long g_ = static_cast<long>(got), w_ = static_cast<long>(want); \
-        if (g_ != w_)                                                         \
-            fail(#got, g_, w_, __LINE__);                                     \
-    } while (0)
-#define EXPECT_TRUE(cond)                \
-    do {                                 \
-        if (!(cond))                     \
-            fail(#cond, 0, 1, __LINE__); \
-    } while (0)
-
-// kBlank: zeroed, never initialised. kRefused: an Init or Reset refused it; only Init may
-// touch it again. kLive and kFreed hold a real instance (Free keeps the memory valid).
+// kRefused: an Init or Reset refused it. kFreed still holds a real instance.
 enum class State { kBlank, kLive, kFreed, kRefused };
 
 struct Slot {
@@ -63,25 +70,41 @@ struct Slot {
 };
 
 unsigned int g_size = 0;
-Slot g_slots[kSlots];
+Slot g_slots[2];
 
-// One arena per slot: the block with a poisoned guard before and after it.
-void allocate_blocks() {
-    g_size = QenAec_GetBufferSize();
-    for (Slot &s : g_slots) {
-        const size_t total = kGuard + ((g_size + kGuard - 1) / kGuard) * kGuard + kGuard;
-        auto *arena = static_cast<unsigned char *>(aligned_alloc(kGuard, total));
-        s.block = arena + kGuard;
-        ASAN_POISON_MEMORY_REGION(arena, kGuard);
-        ASAN_POISON_MEMORY_REGION(s.block + g_size, total - kGuard - g_size);
-    }
+AudioAecInit init_record(Input &in) {
+    static const uint32_t points[] = {128, 0, 127, 129, 256};
+    static const uint32_t channels[] = {1, 2, 0, 3, 0xFFFFFFFFu};
+    static const uint32_t rates[] = {16000, 8000, 32000, 48000, 0, 44100, 16001};
+    AudioAecInit r;
+    r.point_number = in.pick(points);
+    r.nearend_channel = in.pick(channels);
+    r.farend_channel = in.pick(channels);
+    r.sample_rate = static_cast<QEN_AEC_SAMPLE_RATE>(in.pick(rates));
+    return r;
 }
 
-bool valid_init(const AudioAecInit &r) {
-    const bool rate = r.sample_rate == 8000 || r.sample_rate == 16000 || r.sample_rate == 32000 ||
-                      r.sample_rate == 48000;
+bool valid(const AudioAecInit &r) {
+    const uint32_t rate = r.sample_rate;
     return r.point_number == 128 && (r.nearend_channel == 1 || r.nearend_channel == 2) &&
-           (r.farend_channel == 1 || r.farend_channel == 2) && rate;
+           (r.farend_channel == 1 || r.farend_channel == 2) &&
+           (rate == 8000 || rate == 16000 || rate == 32000 || rate == 48000);
+}
+
+AudioAecConfig config_record(Input &in) {
+    static const uint32_t switches[] = {0, 1, 2, 0xFFFFFFFFu};
+    static const uint32_t edges[] = {4, 6, 36, 49, 50, 51, 1, 126, 127, 0, 10, 9};
+    static const uint32_t intensities[] = {5, 4, 10, 0, 25, 26, 16, 0xFFFFFFFFu};
+    AudioAecConfig c;
+    c.comfort_noise_enable = static_cast<QEN_AEC_BOOL>(in.pick(switches));
+    c.delay_sample = static_cast<int16_t>(in.u16());
+    for (uint32_t &e : c.suppression_mode_freq) {
+        e = in.pick(edges);
+    }
+    for (uint32_t &v : c.suppression_mode_intensity) {
+        v = in.pick(intensities);
+    }
+    return c;
 }
 
 ALGO_AEC_RET expected_config(const AudioAecConfig &c) {
@@ -102,236 +125,202 @@ ALGO_AEC_RET expected_config(const AudioAecConfig &c) {
     return ALGO_AEC_RET_SUCCESS;
 }
 
-bool same_config(const AudioAecConfig &a, const AudioAecConfig &b) {
-    return a.comfort_noise_enable == b.comfort_noise_enable && a.delay_sample == b.delay_sample &&
-           memcmp(a.suppression_mode_freq, b.suppression_mode_freq,
-                  sizeof a.suppression_mode_freq) == 0 &&
-           memcmp(a.suppression_mode_intensity, b.suppression_mode_intensity,
-                  sizeof a.suppression_mode_intensity) == 0;
+enum Kind { kRaw, kConstant, kSquare, kAlternating, kImpulse, kNoise, kSilence, kEcho };
+
+struct Source {
+    int kind;
+    int16_t level;
+    uint8_t param;
+    std::vector<int16_t> raw;  // kRaw: repeated to fill the frames
+};
+
+Source source(Input &in) {
+    Source s;
+    s.kind = in.u8() % 8;
+    s.level = static_cast<int16_t>(in.u16());
+    s.param = in.u8();
+    for (int i = 0; s.kind == kRaw && i < 1 + s.param % 64; ++i) {
+        s.raw.push_back(static_cast<int16_t>(in.u16()));
+    }
+    return s;
 }
 
-bool holds_instance(const Slot &s) {
-    return s.state == State::kLive || s.state == State::kFreed;
+// Sample t (counted over the burst); `far` is the far-end sample, for the echo.
+int16_t sample(const Source &s, uint32_t t, int16_t far) {
+    switch (s.kind) {
+        case kRaw:
+            return s.raw[t % s.raw.size()];
+        case kConstant:
+            return s.level;
+        case kSquare:
+            return (t / (1 + s.param)) % 2 ? -32768 : 32767;
+        case kAlternating:
+            return t % 2 ? -32768 : 32767;
+        case kImpulse:
+            return t % 128 == s.param % 128u ? s.level : 0;
+        case kNoise: {
+            uint32_t x = (t + 1) * 2654435761u ^ (static_cast<uint32_t>(s.level) << 8) ^ s.param;
+            x ^= x >> 15;
+            x *= 2246822519u;
+            return static_cast<int16_t>(x ^ x >> 13);
+        }
+        case kSilence:
+            return 0;
+        default:
+            return static_cast<int16_t>(far * (s.param % 8 + 1) / 9);  // learnable
+    }
 }
 
 AEC_HANDLE handle_of(const Slot &s, bool null) {
-    return null ? nullptr : static_cast<AEC_HANDLE>(s.block);
+    return null ? nullptr : s.block;
 }
 
-void do_init(fuzz::Input &in, Slot &s, int variant) {
-    AudioAecInit rec = fuzz::init_record(in);
+// Init (or Reset, on a live instance only); variant 1 passes no block, 2 no record.
+void setup(Input &in, Slot &s, int variant, bool reset) {
+    AudioAecInit rec = init_record(in);
     char *buffer = variant == 1 ? nullptr : reinterpret_cast<char *>(s.block);
     AudioAecInit *prec = variant == 2 ? nullptr : &rec;
-    std::vector<unsigned char> before(s.block, s.block + g_size);
-    const AEC_HANDLE h = QenAec_Init(buffer, prec);
-    if (buffer != nullptr && prec != nullptr && valid_init(rec)) {
+    const std::vector<unsigned char> before(s.block, s.block + g_size);
+    const AEC_HANDLE h = (reset ? QenAec_Reset : QenAec_Init)(buffer, prec);
+    if (buffer != nullptr && prec != nullptr && valid(rec) && (!reset || s.state == State::kLive)) {
         EXPECT_TRUE(h == s.block);
         s.state = State::kLive;
         s.rec = rec;
         return;
     }
     EXPECT_TRUE(h == nullptr);
-    // A refused Init leaves the block as it was, and the harness never uses it again.
-    EXPECT_TRUE(memcmp(before.data(), s.block, g_size) == 0);
-    s.state = State::kRefused;
-}
-
-void do_reset(fuzz::Input &in, Slot &s, int variant) {
-    AudioAecInit rec = fuzz::init_record(in);
-    char *buffer = variant == 1 ? nullptr : reinterpret_cast<char *>(s.block);
-    AudioAecInit *prec = variant == 2 ? nullptr : &rec;
-    const AEC_HANDLE h = QenAec_Reset(buffer, prec);
-    if (buffer == nullptr || prec == nullptr || s.state != State::kLive) {
-        EXPECT_TRUE(h == nullptr);
-        return;
+    if (!reset) {  // a refused Init leaves the block as it was
+        EXPECT_TRUE(memcmp(before.data(), s.block, g_size) == 0);
     }
-    if (valid_init(rec)) {
-        EXPECT_TRUE(h == s.block);
-        s.rec = rec;
-    } else {
-        // Refused after its release steps: the instance must be initialised again.
-        EXPECT_TRUE(h == nullptr);
-        s.state = State::kRefused;
+    if (buffer != nullptr && prec != nullptr && (!reset || s.state == State::kLive)) {
+        s.state = State::kRefused;  // Reset refuses after its release steps
     }
 }
 
-void do_config(fuzz::Input &in, Slot &s, bool null_handle, bool null_record) {
-    AudioAecConfig cfg = fuzz::config_record(in);
-    AudioAecInit rb_init{};
-    AudioAecConfig before{}, after{};
+bool same(const AudioAecConfig &a, const AudioAecConfig &b) {
+    return a.comfort_noise_enable == b.comfort_noise_enable && a.delay_sample == b.delay_sample &&
+           memcmp(a.suppression_mode_freq, b.suppression_mode_freq, 24) == 0 &&
+           memcmp(a.suppression_mode_intensity, b.suppression_mode_intensity, 28) == 0;
+}
+
+void config(Input &in, Slot &s, bool null_handle, bool null_record) {
+    AudioAecConfig cfg = config_record(in), before{}, after{};
+    AudioAecInit rec{};
     const AEC_HANDLE h = handle_of(s, null_handle);
     if (h != nullptr) {
-        EXPECT_CODE(QenAec_GetConfig(h, &rb_init, &before), ALGO_AEC_RET_SUCCESS);
-    }
-    ALGO_AEC_RET want = ALGO_AEC_RET_SUCCESS;
-    if (h == nullptr || null_record) {
-        want = ALGO_AEC_RET_INVALID_HANDLE;
-    } else if (s.state != State::kLive) {
-        want = ALGO_AEC_RET_INVALID_CALLING;
-    } else {
-        want = expected_config(cfg);
-    }
-    EXPECT_CODE(QenAec_Config(h, null_record ? nullptr : &cfg), want);
-    if (h == nullptr) {
-        return;
-    }
-    EXPECT_CODE(QenAec_GetConfig(h, &rb_init, &after), ALGO_AEC_RET_SUCCESS);
-    // All or nothing: an accepted record reads back whole, a refused one changes nothing.
-    EXPECT_TRUE(same_config(after, want == ALGO_AEC_RET_SUCCESS ? cfg : before));
-}
-
-void do_get_config(Slot &s, bool null_handle, bool null_record) {
-    AudioAecInit rec{};
-    AudioAecConfig cfg{};
-    const AEC_HANDLE h = handle_of(s, null_handle);
-    const ALGO_AEC_RET want =
-        h == nullptr || null_record ? ALGO_AEC_RET_INVALID_HANDLE : ALGO_AEC_RET_SUCCESS;
-    EXPECT_CODE(QenAec_GetConfig(h, &rec, null_record ? nullptr : &cfg), want);
-    if (want == ALGO_AEC_RET_SUCCESS) {
+        EXPECT_CODE(QenAec_GetConfig(h, &rec, &before), ALGO_AEC_RET_SUCCESS);
         EXPECT_TRUE(memcmp(&rec, &s.rec, sizeof rec) == 0);
     }
+    const ALGO_AEC_RET want = h == nullptr || null_record ? ALGO_AEC_RET_INVALID_HANDLE
+                              : s.state != State::kLive   ? ALGO_AEC_RET_INVALID_CALLING
+                                                          : expected_config(cfg);
+    EXPECT_CODE(QenAec_Config(h, null_record ? nullptr : &cfg), want);
+    if (h != nullptr) {  // all or nothing
+        EXPECT_CODE(QenAec_GetConfig(h, &rec, &after), ALGO_AEC_RET_SUCCESS);
+        EXPECT_TRUE(same(after, want == ALGO_AEC_RET_SUCCESS ? cfg : before));
+    }
 }
 
-// Runs `count` frames of one kind through Run, ADF_Run, NLP_Run or the ADF+NLP pair.
-void do_frames(fuzz::Input &in, Slot &s, bool null_handle, int mode, int count, int *budget) {
+// `count` frames through Run, ADF_Run, NLP_Run or ADF_Run then NLP_Run (`mode` 0..3).
+void frames(Input &in, Slot &s, bool null_handle, int mode, int count, int *budget) {
     const AEC_HANDLE h = handle_of(s, null_handle);
     const uint32_t nch = s.rec.nearend_channel, fch = s.rec.farend_channel;
-    fuzz::FrameSource near_src = fuzz::frame_source(in);
-    fuzz::FrameSource far_src = fuzz::frame_source(in);
+    const Source near_src = source(in), far_src = source(in);
     for (int f = 0; f<count && * budget> 0; ++f, --*budget) {
-        // Exactly sized, so ASan catches a read or write past either frame.
-        std::vector<short> near(128 * nch), far(128 * fch);
-        fuzz::fill(near_src, far_src, near, far, nch, fch, f);
-        const std::vector<short> near_in = near;
-        const bool live = s.state == State::kLive;
-        ALGO_AEC_RET want = h == nullptr ? kMinusOne : ALGO_AEC_RET_SUCCESS;
-        ALGO_AEC_RET got = ALGO_AEC_RET_SUCCESS;
-        switch (mode) {
-            case 0:
-                got = QenAec_Run(h, near.data(), far.data());
-                want = live ? want : kMinusOne;
-                break;
-            case 1:
-                got = QenAec_ADF_Run(h, near.data(), far.data());
-                want = live ? want : kMinusOne;
-                break;
-            case 2:
-                got = QenAec_NLP_Run(h, near.data());
-                break;
-            default:
-                got = QenAec_ADF_Run(h, near.data(), far.data());
-                EXPECT_CODE(got, live ? want : kMinusOne);
-                got = QenAec_NLP_Run(h, near.data());
-                break;
-        }
-        EXPECT_CODE(got, want);
-        if (got != ALGO_AEC_RET_SUCCESS) {
-            // Refused frames read and write nothing.
-            EXPECT_TRUE(near == near_in);
-        } else if (nch == 2) {
-            // The single processed channel goes to both output channels.
-            for (int i = 0; i < 128; ++i) {
-                EXPECT_TRUE(near[2 * i] == near[2 * i + 1]);
+        std::vector<short> near(128 * nch), far(128 * fch);  // exact sizes, for ASan
+        for (uint32_t i = 0; i < 128; ++i) {
+            const uint32_t t = static_cast<uint32_t>(f) * 128 + i;
+            const int16_t x = sample(far_src, t, 0);
+            for (uint32_t ch = 0; ch < fch; ++ch) {
+                far[i * fch + ch] = x;
             }
+            for (uint32_t ch = 0; ch < nch; ++ch) {
+                near[i * nch + ch] = sample(near_src, t + ch * 7, x);
+            }
+        }
+        const std::vector<short> near_in = near, far_in = far;
+        const ALGO_AEC_RET ok = h == nullptr ? kMinusOne : ALGO_AEC_RET_SUCCESS;
+        const ALGO_AEC_RET linear_ok = s.state == State::kLive ? ok : kMinusOne;
+        ALGO_AEC_RET got;
+        if (mode == 2) {
+            got = QenAec_NLP_Run(h, near.data());  // tests no flag
+            EXPECT_CODE(got, ok);
+        } else {
+            got = (mode == 0 ? QenAec_Run : QenAec_ADF_Run)(h, near.data(), far.data());
+            EXPECT_CODE(got, linear_ok);
+        }
+        if (mode == 3) {
+            got = QenAec_NLP_Run(h, near.data());
+            EXPECT_CODE(got, ok);
+        }
+        EXPECT_TRUE(got == ALGO_AEC_RET_SUCCESS || near == near_in);  // refused: untouched
+        EXPECT_TRUE(far == far_in);
+        for (uint32_t i = 0; got == ALGO_AEC_RET_SUCCESS && nch == 2 && i < 128; ++i) {
+            EXPECT_TRUE(near[2 * i] == near[2 * i + 1]);
         }
     }
 }
 
-void do_versions() {
-    unsigned short year = 0, date = 0, time = 1, major = 0, minor = 0;
-    EXPECT_CODE(QenAec_GetLibVersion(&year, &date, &time), ALGO_AEC_RET_SUCCESS);
-    EXPECT_TRUE(year == 0x2024 && date == 0x0314 && time == 0);
-    EXPECT_CODE(QenAec_GetAPIVersion(&major, &minor), ALGO_AEC_RET_SUCCESS);
-    EXPECT_TRUE(major == 1 && minor == 3);
-}
-
-void step(fuzz::Input &in, int *budget) {
+void step(Input &in, int *budget) {
     const uint8_t op = in.u8();
     Slot &s = g_slots[(op >> 4) & 1];
-    // The top bits pick the null-pointer variants; a null handle is always allowed.
-    const int variant = op >> 5;
-    const bool null_handle = variant == 7;
-    const bool null_record = variant == 6;
-    const bool usable = holds_instance(s) || null_handle;
-    switch (op & 0x0F) {
-        case 0:
-            EXPECT_CODE(QenAec_GetBufferSize(), g_size);
-            break;
-        case 1:
-            do_init(in, s, variant % 4 == 3 ? 1 : (variant == 6 ? 2 : 0));
-            break;
-        case 2:
-            if (usable)
-                do_config(in, s, null_handle, null_record);
-            break;
-        case 3:
-            if (usable)
-                do_get_config(s, null_handle, null_record);
-            break;
-        case 4:
-            if (usable) {
-                const uint32_t ratio = fuzz::ratio_value(in);
-                const AEC_HANDLE h = handle_of(s, null_handle);
-                ALGO_AEC_RET want = ALGO_AEC_RET_SUCCESS;
-                if (h == nullptr) {
-                    want = ALGO_AEC_RET_INVALID_HANDLE;
-                } else if (s.state != State::kLive) {
-                    want = ALGO_AEC_RET_INVALID_CALLING;
-                } else if (ratio == 0 || ratio > 10) {
-                    want = ALGO_AEC_RET_INVALID_RECURSIVE_RATIO;
-                }
-                EXPECT_CODE(QenAec_SetRecursiveRatio(h, ratio), want);
-            }
-            break;
-        case 5:
-            if (usable) {
-                const AEC_HANDLE h = handle_of(s, null_handle);
-                EXPECT_CODE(QenAec_SetHandleId(h, static_cast<int>(in.u32())),
-                            h == nullptr ? ALGO_AEC_RET_INVALID_HANDLE : ALGO_AEC_RET_SUCCESS);
-            }
-            break;
-        case 6:
-        case 7:
-        case 8:
-        case 9:
-            if (usable)
-                do_frames(in, s, null_handle, (op & 0x0F) - 6, 1, budget);
-            break;
-        case 10:
-            if (usable)
-                do_frames(in, s, null_handle, in.u8() & 3, 1 + in.u8() % 32, budget);
-            break;
-        case 11:
-            if (s.state == State::kLive || null_handle) {
-                do_reset(in, s, variant % 4 == 3 ? 1 : (variant == 6 ? 2 : 0));
-            }
-            break;
-        case 12:
-            if (usable) {
-                const AEC_HANDLE h = handle_of(s, null_handle);
-                EXPECT_CODE(QenAec_Free(h), h == nullptr ? kMinusOne : ALGO_AEC_RET_SUCCESS);
-                if (h != nullptr)
-                    s.state = State::kFreed;
-            }
-            break;
-        default:
-            do_versions();
-            break;
+    const int variant = op >> 5;  // 7: null handle, 6: null record, 3: null block
+    const bool null_handle = variant == 7, null_record = variant == 6;
+    const int setup_variant = variant % 4 == 3 ? 1 : variant == 6 ? 2 : 0;
+    const AEC_HANDLE h = handle_of(s, null_handle);
+    const bool usable = s.state == State::kLive || s.state == State::kFreed || null_handle;
+    const int code = op & 0x0F;
+    if (code == 0) {
+        EXPECT_CODE(QenAec_GetBufferSize(), g_size);
+    } else if (code == 1) {
+        setup(in, s, setup_variant, false);
+    } else if (code == 11) {
+        if (s.state == State::kLive || null_handle) {
+            setup(in, s, setup_variant, true);
+        }
+    } else if (!usable || code == 3 || code >= 13) {
+        return;  // versions and GetConfig's refusals: the message table pins them
+    } else if (code == 2) {
+        config(in, s, null_handle, null_record);
+    } else if (code == 4) {
+        const uint32_t ratios[] = {1, 5, 10, 0, 11, 0xFFFFFFFFu}, r = in.pick(ratios);
+        EXPECT_CODE(QenAec_SetRecursiveRatio(h, r),
+                    h == nullptr              ? ALGO_AEC_RET_INVALID_HANDLE
+                    : s.state != State::kLive ? ALGO_AEC_RET_INVALID_CALLING
+                    : r == 0 || r > 10        ? ALGO_AEC_RET_INVALID_RECURSIVE_RATIO
+                                              : ALGO_AEC_RET_SUCCESS);
+    } else if (code == 5) {
+        EXPECT_CODE(QenAec_SetHandleId(h, static_cast<int>(in.u32())),
+                    h == nullptr ? ALGO_AEC_RET_INVALID_HANDLE : ALGO_AEC_RET_SUCCESS);
+    } else if (code <= 9) {
+        frames(in, s, null_handle, code - 6, 1, budget);
+    } else if (code == 10) {
+        const int mode = in.u8() & 3;
+        frames(in, s, null_handle, mode, 1 + in.u8() % 32, budget);
+    } else {  // 12
+        EXPECT_CODE(QenAec_Free(h), h == nullptr ? kMinusOne : ALGO_AEC_RET_SUCCESS);
+        if (h != nullptr) {
+            s.state = State::kFreed;
+        }
     }
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    // The library prints on stdout and its adaptive filter warns on stderr; neither is the
-    // harness's business. Sanitizer and libFuzzer reports keep the real stderr.
     g_report = stderr;
     stdout = fopen("/dev/null", "w");
     stderr = stdout;
     unsetenv("AUDIO_AEC_DUMP");
-    // No message-level file unless the caller names one: the same mask on every machine.
-    setenv("DML_PATH", "/nonexistent/qenaec-fuzz.json", 0);
-    allocate_blocks();
+    setenv("DML_PATH", "/nonexistent/qenaec-fuzz.json", 0);  // the same mask everywhere
+    g_size = QenAec_GetBufferSize();
+    for (Slot &s : g_slots) {  // each block between poisoned guards
+        const size_t total = kGuard + (g_size + kGuard - 1) / kGuard * kGuard + kGuard;
+        auto *arena = static_cast<unsigned char *>(aligned_alloc(kGuard, total));
+        s.block = arena + kGuard;
+        ASAN_POISON_MEMORY_REGION(arena, kGuard);
+        ASAN_POISON_MEMORY_REGION(s.block + g_size, total - kGuard - g_size);
+    }
     return 0;
 }
 
@@ -341,14 +330,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         s.state = State::kBlank;
         s.rec = AudioAecInit{};
     }
-    fuzz::Input in(data, size);
+    Input in(data, size);
     int budget = kMaxFrames;
     while (!in.empty()) {
         step(in, &budget);
     }
     for (Slot &s : g_slots) {
-        if (s.state == State::kLive)
+        if (s.state == State::kLive) {
             QenAec_Free(s.block);
+        }
     }
     return 0;
 }

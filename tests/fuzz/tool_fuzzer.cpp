@@ -1,10 +1,6 @@
-// libFuzzer target for the command-line tool's input layer. The first byte chooses how the
-// rest is read: as headerless PCM in a layout a user can ask for (--raw --rate --channels), as
-// a field dump in a layout replay accepts, or as whatever libsndfile recognises (WAV, FLAC,
-// ...). What is read is converted to the library's 16-bit samples and, for a rate the library
-// does not take, resampled the way --resample does. Refusing a file is fine (the tool's own
-// error); anything else is a finding: a crash, a sanitizer report, another exception, a hang,
-// or samples that do not match the layout reported.
+// libFuzzer target for the tool's input layer: raw PCM, field dumps or any libsndfile format,
+// converted and resampled as the tool does. A refusal is fine; a crash, another exception, a hang
+// or samples not matching the reported layout is a finding.
 #include <sys/mman.h>
 #include <unistd.h>
 

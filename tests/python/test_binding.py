@@ -1,29 +1,32 @@
-"""The Python binding against the built library: shapes, padding, stream continuity, the
-mapping of every failure to a named code, settings round trips, and that echo is removed
-in each mode through it (a swapped or mis-strided buffer would not remove it)."""
+"""The Python binding against the built library: failures raised with their code named,
+settings and tuning results reaching the library, its messages on the `qenaec` logger, and
+echo removed."""
+import ctypes
+import os
 import pathlib
 import re
+import sys
+import tempfile
 import unittest
+from unittest import mock
 
 import numpy as np
 
 import qenaec
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
+HEADER = pathlib.Path(__file__).resolve().parents[2] / "include" / "qen_aec.h"
 
 
-def echo_pair(rate=16000, seconds=3.0, seed=1, channels=1):
-    """White-noise loudspeaker signal and its echo through a short decaying response."""
-    rng = np.random.default_rng(seed)
-    n = int(rate * seconds)
+def echo_pair(seconds=3.0, channels=1):
+    """White noise on the loudspeaker and its echo through a short decaying response."""
+    rng = np.random.default_rng(1)
+    n = int(16000 * seconds)
     far = rng.standard_normal(n) * 2000
     h = rng.standard_normal(160) * np.exp(-np.arange(160) / 30.0)
-    h *= 0.5 / np.sqrt(np.sum(h**2))
-    echo = np.convolve(far, h)[:n] + rng.standard_normal(n) * 3
-    near = np.round(echo).astype(np.int16)
-    far = np.round(far).astype(np.int16)
+    near = np.convolve(far, h * 0.5 / np.sqrt(np.sum(h**2)))[:n] + rng.standard_normal(n) * 3
+    near, far = np.round(near).astype(np.int16), np.round(far).astype(np.int16)
     if channels == 2:
-        near, far = np.stack([near, near], 1), np.stack([far, far // 2], 1)
+        return np.stack([near, near], 1), np.stack([far, far // 2], 1)
     return near, far
 
 
@@ -32,15 +35,34 @@ def erle_db(near, out, far, mode="full"):
     return qenaec.erle(near, out, far, 16000, qenaec.OUTPUT_DELAY[mode], [(0.0, 2.0)]).db
 
 
-class Codes(unittest.TestCase):
-    def test_table_matches_public_header(self):
-        header = (ROOT / "include" / "qen_aec.h").read_text()
-        declared = {int(v, 16): n for n, v in
-                    re.findall(r"(ALGO_AEC_RET_\w+)\s*=\s*(0x[0-9A-Fa-f]+)", header)}
-        self.assertEqual(declared, qenaec.RET_CODES)
+def run(near, far, mode="full", **kwargs):
+    with qenaec.Canceller(16000, **kwargs) as aec:
+        return aec.process(near, far, mode)
 
-    def test_failures_raise_with_the_code_named(self):
-        # One call per code; -1 must not wrap into an accepted unsigned ratio.
+
+def printed_on_stdout(call):
+    """What `call` leaves on file descriptor 1, below Python's own sys.stdout."""
+    sys.stdout.flush()
+    with tempfile.TemporaryFile() as capture:
+        saved = os.dup(1)
+        os.dup2(capture.fileno(), 1)
+        try:
+            call()
+        finally:
+            ctypes.CDLL(None).fflush(None)
+            os.dup2(saved, 1)
+            os.close(saved)
+        capture.seek(0)
+        return capture.read().decode()
+
+
+class Refusals(unittest.TestCase):
+    def test_codes_are_the_headers(self):
+        declared = re.findall(r"(ALGO_AEC_RET_\w+)\s*=\s*(0x[0-9A-Fa-f]+)", HEADER.read_text())
+        self.assertEqual({int(v, 16): n for n, v in declared}, qenaec.RET_CODES)
+
+    def test_each_failure_raises_with_its_code_named(self):
+        # -1 must not wrap into an accepted unsigned ratio.
         cases = [
             (lambda a: qenaec.Canceller(44100), "ALGO_AEC_RET_INVALID_SAMPLE_RATE"),
             (lambda a: qenaec.Canceller(16000, near_channels=3), "ALGO_AEC_RET_INVALID_CHANNEL"),
@@ -58,115 +80,122 @@ class Codes(unittest.TestCase):
                 self.assertEqual(caught.exception.name, name)
                 self.assertEqual(qenaec.RET_CODES[caught.exception.code], name)
                 self.assertIn(name, str(caught.exception))
-
-    def test_a_run_failure_raises(self):
-        # -1 from a run function (uninitialised instance) is not a table code but still raises.
-        with qenaec.Canceller(16000) as aec:
+            before = aec.get_config()
+            with self.assertRaises(qenaec.QenAecError):  # a rejected config changes nothing
+                aec.config(delay_sample=99, suppression_mode_intensity=(0, 0, 0, 0, 0, 0, 30))
+            self.assertEqual(aec.get_config(), before)
+            # -1 from a run function (freed instance) is no table code but still raises.
             aec._lib.QenAec_Free(aec._handle)
-            near, far = echo_pair(seconds=0.1)
             with self.assertRaises(qenaec.QenAecError) as caught:
-                aec.process(near, far)
+                aec.process(*echo_pair(0.1))
             self.assertEqual(caught.exception.code, -1)
             self.assertIn("QenAec_Run", str(caught.exception))
+
+    def test_bad_arguments_and_tuning_results_are_refused(self):
+        near, far = echo_pair(0.1)
+        with qenaec.Canceller(16000) as aec:
+            for args, error in [((near.astype(np.float32), far), TypeError),
+                                ((near, far[:-1]), ValueError),
+                                ((np.stack([near, near], 1), far), ValueError),
+                                ((near, far, "nlp"), ValueError)]:
+                with self.subTest(args=[np.shape(a) for a in args]), self.assertRaises(error):
+                    aec.process(*args)
+        with self.assertRaises(RuntimeError):
+            aec.process(near, far)
+        for config, error in [({"intensity": [1] * 6}, ValueError),
+                              ({"edges": [4, 6, 30, 49, 50, 60.5]}, ValueError),
+                              ({"ratio": True}, ValueError), ({"ratios": 2}, ValueError),
+                              ({"intensity": [26, 0, 0, 0, 0, 0, 0]}, qenaec.QenAecError),
+                              ({"ratio": 11}, qenaec.QenAecError)]:
+            with self.subTest(config=config), self.assertRaises(error):
+                qenaec.Canceller(16000, config=config)
 
 
 class Settings(unittest.TestCase):
     def test_config_round_trips_and_keeps_unnamed_fields(self):
         with qenaec.Canceller(32000, near_channels=2, far_channels=1) as aec:
-            before = aec.get_config()
-            self.assertEqual((before["sample_rate"], before["near_channels"],
-                              before["far_channels"], before["point_number"]), (32000, 2, 1, 128))
-            aec.config(comfort_noise_enable=1, delay_sample=-5,
-                       suppression_mode_freq=(10, 10, 20, 30, 40, 126),
-                       suppression_mode_intensity=(1, 2, 3, 4, 5, 6, 25))
+            c = aec.get_config()
+            self.assertEqual([c[k] for k in ("sample_rate", "near_channels", "far_channels",
+                                             "point_number")], [32000, 2, 1, 128])
+            changed = dict(comfort_noise_enable=1, suppression_mode_freq=(10, 10, 20, 30, 40, 126),
+                           suppression_mode_intensity=(1, 2, 3, 4, 5, 6, 25))
+            aec.config(delay_sample=-5, **changed)
             aec.config(delay_sample=321)
-            now = aec.get_config()
-        self.assertEqual(now["comfort_noise_enable"], 1)
-        self.assertEqual(now["delay_sample"], 321)
-        self.assertEqual(now["suppression_mode_freq"], (10, 10, 20, 30, 40, 126))
-        self.assertEqual(now["suppression_mode_intensity"], (1, 2, 3, 4, 5, 6, 25))
+            self.assertEqual(aec.get_config(), dict(c, delay_sample=321, **changed))
 
-    def test_a_rejected_config_changes_nothing(self):
-        with qenaec.Canceller(16000) as aec:
-            before = aec.get_config()
-            with self.assertRaises(qenaec.QenAecError):
-                aec.config(delay_sample=99, suppression_mode_intensity=(0, 0, 0, 0, 0, 0, 30))
-            self.assertEqual(aec.get_config(), before)
-
-    def test_recursive_ratio_reaches_the_suppressor(self):
+    def test_a_tuning_result_installs_as_the_calls_do(self):
         near, far = echo_pair()
-        outs = []
-        for ratio in (None, 10):
-            with qenaec.Canceller(16000) as aec:
-                if ratio is not None:
-                    aec.set_recursive_ratio(ratio)
-                outs.append(aec.process(near, far))
-        self.assertFalse(np.array_equal(outs[0], outs[1]))
+        tuned = {"erle_db": 30.5, "intensity": [5, 4, 25, 5, 10, 10, 1],
+                 "edges": [4, 6, 30, 49, 50, 60], "ratio": 4}
+        with qenaec.Canceller(16000) as aec:
+            aec.config(comfort_noise_enable=0, suppression_mode_freq=tuned["edges"],
+                       suppression_mode_intensity=tuned["intensity"])
+            aec.set_recursive_ratio(tuned["ratio"])
+            by_calls = aec.process(near, far)
+        for config in (tuned, {"default": {"ratio": 1}, "tuned": tuned}):
+            np.testing.assert_array_equal(run(near, far, config=config), by_calls)
+        self.assertFalse(np.array_equal(by_calls, run(near, far)))
+        self.assertFalse(np.array_equal(run(near, far, config={"ratio": 10}), run(near, far)))
+
+
+class Messages(unittest.TestCase):
+    """The library's lines go to the `qenaec` logger, never to the process's output."""
+
+    def logged(self, dml_path):
+        def refused_config():
+            with qenaec.Canceller(16000) as aec, self.assertRaises(qenaec.QenAecError):
+                aec.config(suppression_mode_intensity=(0, 0, 0, 26, 0, 0, 0))
+        with mock.patch.dict(os.environ):
+            os.environ.pop("DML_PATH", None)
+            os.environ.update({"DML_PATH": dml_path} if dml_path else {})
+            with self.assertLogs("qenaec", "DEBUG") as logs:
+                self.assertEqual(printed_on_stdout(refused_config), "")
+            self.assertEqual(os.environ.get("DML_PATH"), dml_path)  # its own level file gone
+        by_level = {}
+        for r in logs.records:
+            by_level.setdefault(r.levelname, []).append(r.getMessage())
+        self.assertEqual(len(by_level["ERROR"]), 1)
+        self.assertIn("SuppMode only support [0~25]", by_level["ERROR"][0])
+        return by_level
+
+    def test_quiet_unless_told_and_a_chosen_level_sends_the_banner_to_debug(self):
+        self.assertEqual(list(self.logged(None)), ["ERROR"])
+        with tempfile.NamedTemporaryFile("w", suffix=".json") as level:
+            level.write('{"debug_level": 7}')
+            level.flush()
+            by_level = self.logged(level.name)
+        self.assertTrue(any("NEON ENABLE" in m for m in by_level["DEBUG"]), by_level)
+        self.assertEqual(by_level["DEBUG"].count("-" * 80), 2)
+        self.assertIn("ALGO_MSG_WRN", by_level["DEBUG"])
+        self.assertEqual(sorted(by_level), ["DEBUG", "ERROR"])
 
 
 class Processing(unittest.TestCase):
-    def test_each_mode_removes_echo(self):
+    def test_each_mode_and_layout_removes_echo(self):
+        # Mono output equals the tool's in every mode (test_agreement); here the echo is
+        # removed, and a swapped or mis-strided stereo buffer would keep it.
         near, far = echo_pair()
-        floors = {"full": 30.0, "split": 30.0, "linear": 20.0}
+        self.assertGreater(erle_db(near, run(near, far, "linear"), far, "linear"), 20.0)
+        near, far = echo_pair(channels=2)
+        out = run(near, far, near_channels=2, far_channels=2)
+        self.assertEqual((out.dtype, out.shape), (np.int16, near.shape))
+        for ch in (0, 1):
+            self.assertGreater(erle_db(near[:, ch], out[:, ch], far[:, 0]), 30.0)
+
+    def test_a_stream_in_pieces_is_the_whole_and_inputs_stay(self):
+        near, far = echo_pair(1.0)
+        copies = near.copy(), far.copy()
+        split, cut = 128 * 40, 128 * 100 + 104  # a partial last frame: padded, then trimmed
+        padded = [np.concatenate([x[:cut], np.zeros(24, np.int16)]) for x in (near, far)]
         for mode in qenaec.MODES:
             with self.subTest(mode=mode), qenaec.Canceller(16000) as aec:
-                out = aec.process(near, far, mode)
-                self.assertEqual(out.dtype, np.int16)
-                self.assertGreater(erle_db(near, out, far, mode), floors[mode])
-
-    def test_stereo_arrays_keep_their_layout(self):
-        near, far = echo_pair(channels=2)
-        with qenaec.Canceller(16000, near_channels=2, far_channels=2) as aec:
-            out = aec.process(near, far)
-        self.assertEqual(out.shape, near.shape)
-        self.assertGreater(erle_db(near[:, 0], out[:, 0], far), 30.0)
-        self.assertGreater(erle_db(near[:, 1], out[:, 1], far), 30.0)
-
-    def test_partial_last_frame_is_padded_and_trimmed(self):
-        near, far = echo_pair(seconds=0.5)
-        cut = 1000  # 7 frames and 104 samples
-        padded_near = np.zeros(1024, np.int16)
-        padded_far = np.zeros(1024, np.int16)
-        padded_near[:cut], padded_far[:cut] = near[:cut], far[:cut]
-        for mode in qenaec.MODES:
-            with self.subTest(mode=mode), qenaec.Canceller(16000) as a, \
-                    qenaec.Canceller(16000) as b:
-                short = a.process(near[:cut], far[:cut], mode)
-                whole = b.process(padded_near, padded_far, mode)
-                self.assertEqual(short.shape, (cut,))
-                np.testing.assert_array_equal(short, whole[:cut])
-
-    def test_consecutive_calls_continue_one_stream(self):
-        near, far = echo_pair(seconds=1.0)
-        split = 128 * 40
-        with qenaec.Canceller(16000) as a, qenaec.Canceller(16000) as b:
-            whole = a.process(near, far)
-            parts = np.concatenate([b.process(near[:split], far[:split]),
-                                    b.process(near[split:], far[split:])])
-        np.testing.assert_array_equal(whole, parts)
-
-    def test_inputs_are_left_untouched(self):
-        near, far = echo_pair(seconds=0.2)
-        near_copy, far_copy = near.copy(), far.copy()
-        with qenaec.Canceller(16000) as aec:
-            aec.process(near, far)
-        np.testing.assert_array_equal(near, near_copy)
-        np.testing.assert_array_equal(far, far_copy)
-
-    def test_bad_arguments_are_refused(self):
-        near, far = echo_pair(seconds=0.1)
-        with qenaec.Canceller(16000) as aec:
-            with self.assertRaises(TypeError):
-                aec.process(near.astype(np.float32), far)
-            with self.assertRaises(ValueError):
-                aec.process(near, far[:-1])
-            with self.assertRaises(ValueError):
-                aec.process(np.stack([near, near], 1), far)
-            with self.assertRaises(ValueError):
-                aec.process(near, far, mode="nlp")
-        with self.assertRaises(RuntimeError):
-            aec.process(near, far)
-        aec.close()
+                whole = run(*padded, mode)
+                parts = [aec.process(near[:split], far[:split], mode),
+                         aec.process(near[split:cut], far[split:cut], mode)]
+                self.assertEqual(parts[1].shape, (cut - split,))
+                np.testing.assert_array_equal(np.concatenate(parts), whole[:cut])
+        np.testing.assert_array_equal(near, copies[0])
+        np.testing.assert_array_equal(far, copies[1])
 
 
 if __name__ == "__main__":

@@ -30,13 +30,10 @@ ScopedEnv::~ScopedEnv() {
     }
 }
 
-TempDir::TempDir() {
-    const std::string base = std::filesystem::temp_directory_path() / "qenaec-XXXXXX";
-    std::string pattern = base;
-    if (mkdtemp(pattern.data()) == nullptr) {
+TempDir::TempDir() : path_(std::filesystem::temp_directory_path() / "qenaec-XXXXXX") {
+    if (mkdtemp(path_.data()) == nullptr) {
         throw std::runtime_error("mkdtemp failed");
     }
-    path_ = pattern;
 }
 
 TempDir::~TempDir() {
@@ -62,20 +59,23 @@ std::string read_file(const std::string &path) {
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-std::string capture_stdout(const std::function<void()> &fn) {
-    fflush(stdout);
-    testing::internal::CaptureStdout();
+static std::string capture(FILE *f, void (*start)(), std::string (*get)(),
+                           const std::function<void()> &fn) {
+    fflush(f);
+    start();
     fn();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
+    fflush(f);
+    return get();
+}
+
+std::string capture_stdout(const std::function<void()> &fn) {
+    using namespace testing::internal;
+    return capture(stdout, CaptureStdout, GetCapturedStdout, fn);
 }
 
 std::string capture_stderr(const std::function<void()> &fn) {
-    fflush(stderr);
-    testing::internal::CaptureStderr();
-    fn();
-    fflush(stderr);
-    return testing::internal::GetCapturedStderr();
+    using namespace testing::internal;
+    return capture(stderr, CaptureStderr, GetCapturedStderr, fn);
 }
 
 }  // namespace qtest

@@ -1,6 +1,4 @@
-// Test helpers for code that reads the environment and the file system or prints: an
-// environment variable set (or unset) for one scope, a fresh temporary directory removed
-// afterwards, and the text a call prints.
+// Scoped environment variables, temporary directories, captured output.
 #pragma once
 
 #include <functional>
@@ -9,7 +7,7 @@
 
 namespace qtest {
 
-// Sets (or, with nullopt, unsets) `name` and restores the previous state on destruction.
+// Sets (nullopt: unsets) `name` until destruction.
 class ScopedEnv {
 public:
     ScopedEnv(const char *name, std::optional<std::string> value);
@@ -22,7 +20,6 @@ private:
     std::optional<std::string> saved_;
 };
 
-// A directory made with mkdtemp, removed with its contents on destruction.
 class TempDir {
 public:
     TempDir();
@@ -30,17 +27,14 @@ public:
     TempDir(const TempDir &) = delete;
     TempDir &operator=(const TempDir &) = delete;
     const std::string &path() const { return path_; }
-    // Writes `text` to `name` inside the directory and returns the full path.
     std::string write_file(const std::string &name, const std::string &text) const;
 
 private:
     std::string path_;
 };
 
-// Size of a file in bytes, or -1 when it does not exist.
-long file_size(const std::string &path);
-// The whole file (empty when it cannot be read).
-std::string read_file(const std::string &path);
+long file_size(const std::string &path);         // -1 when missing
+std::string read_file(const std::string &path);  // empty when unreadable
 
 std::string capture_stdout(const std::function<void()> &fn);
 std::string capture_stderr(const std::function<void()> &fn);

@@ -1,7 +1,4 @@
-# Checks the build attributes recorded in the ARM shared object: ARMv7-A, NEON, hard-float
-# calling convention and the IEEE number model (no -ffast-math). A toolchain-file or flag
-# change that drops one of them fails here, even where the code still compiles.
-# Usage: cmake -DREADELF=<readelf> -DLIBRARY=<path> -P check_elf_attributes.cmake
+# The ARM object's attributes (a flag change that drops one still compiles): -DREADELF -DLIBRARY
 execute_process(COMMAND ${READELF} -A -h ${LIBRARY} OUTPUT_VARIABLE out RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
     message(FATAL_ERROR "${READELF} failed on ${LIBRARY}")

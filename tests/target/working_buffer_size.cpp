@@ -1,5 +1,4 @@
-// Prints the bytes a caller must provide for one instance on this target, with the parts
-// that make it up.
+// The bytes a caller provides for one instance on this target, and their parts.
 #include <cstdio>
 
 #include "instance.h"

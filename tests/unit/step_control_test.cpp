@@ -3,18 +3,29 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <random>
 #include <vector>
 
 #include "kernels/step_control.h"
-#include "signal_ref.h"
 
 namespace {
+
+// n values spread uniformly over [-amp, amp], from a fixed seed.
+std::vector<float> uniform(int n, float amp, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> u(-amp, amp);
+    std::vector<float> v(n);
+    for (float &x : v) {
+        x = u(rng);
+    }
+    return v;
+}
 
 const int kBins[] = {1, 3, 4, 5, 7, 9, 129};
 
 // Positive values of the size of power spectra.
 std::vector<float> powers(int n, unsigned seed) {
-    std::vector<float> v = qtest::uniform_noise(n + 1, 1000.0f, seed);
+    std::vector<float> v = uniform(n + 1, 1000.0f, seed);
     for (float &x : v) {
         x = std::fabs(x);
     }
@@ -74,7 +85,7 @@ TEST(StepControl, StepSizesDivideExactlyAndCapTheLeak) {
 TEST(StepControl, PartitionEnergiesSumEachPartitionInOrder) {
     for (int n : {1, 3, 4, 5, 258}) {
         for (int m : {1, 3, 4, 5, 8, 9}) {
-            const std::vector<float> W = qtest::uniform_noise(n * m, 300.0f, n * 16 + m);
+            const std::vector<float> W = uniform(n * m, 300.0f, n * 16 + m);
             std::vector<float> energy(m + 1, -5.0f);
             partition_energies(W.data(), n, m, energy.data());
             for (int k = 0; k < m; ++k) {

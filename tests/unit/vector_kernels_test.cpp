@@ -8,17 +8,28 @@
 #include <functional>
 #include <iterator>
 #include <utility>
+#include <random>
 #include <vector>
 
 #include "kernels/vector.h"
-#include "signal_ref.h"
 
 namespace {
+
+// n values spread uniformly over [-amp, amp], from a fixed seed.
+std::vector<float> uniform(int n, float amp, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> u(-amp, amp);
+    std::vector<float> v(n);
+    for (float &x : v) {
+        x = u(rng);
+    }
+    return v;
+}
 
 const int kLengths[] = {0, 1, 3, 4, 5, 7, 8, 9, 129, 258};
 
 std::vector<float> noise(int n, unsigned seed) {
-    return qtest::uniform_noise(n + 1, 1000.0f, seed);
+    return uniform(n + 1, 1000.0f, seed);
 }
 
 struct Binary {
@@ -144,7 +155,7 @@ TEST(VectorKernels, PcmInAndOut) {
             }
             EXPECT_EQ(in[n], -5.0f);
         }
-        std::vector<float> x = qtest::uniform_noise(n, 40000.0f, 5 + n);
+        std::vector<float> x = uniform(n, 40000.0f, 5 + n);
         for (int k = 0; k < n; ++k) {
             x[k] = k % 3 == 0 ? specials[(k / 3) % std::size(specials)] : x[k];
         }
@@ -165,7 +176,7 @@ TEST(VectorKernels, ClippedPairsAreCounted) {
     const float levels[] = {32767.0f, -32768.0f, 32766.0f};
     for (int n : kLengths) {
         for (unsigned seed : {1u, 2u, 3u}) {
-            const std::vector<float> r = qtest::uniform_noise(n, 1.0f, seed * 100 + n);
+            const std::vector<float> r = uniform(n, 1.0f, seed * 100 + n);
             std::vector<float> x(n);
             for (int k = 0; k < n; ++k) {
                 // Mostly the two rails, so that runs of equal pairs and changes both occur.

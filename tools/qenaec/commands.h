@@ -18,5 +18,6 @@ struct Command {
 Command add_process_command(CLI::App &root);
 Command add_replay_command(CLI::App &root);
 Command add_demo_command(CLI::App &root);
+Command add_tune_command(CLI::App &root);
 
 }  // namespace qtool

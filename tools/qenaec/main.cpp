@@ -28,8 +28,8 @@ int main(int argc, char **argv) {
     app.require_subcommand(1);
     app.footer(kFooter);
     const qtool::Command commands[] = {qtool::add_process_command(app),
-                                       qtool::add_replay_command(app),
-                                       qtool::add_demo_command(app)};
+                                       qtool::add_replay_command(app), qtool::add_demo_command(app),
+                                       qtool::add_tune_command(app)};
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp &e) {

@@ -3,10 +3,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <cstdlib>
 
 #include "errors.h"
+#include "resample.h"
 
 namespace qtool {
 
@@ -62,6 +65,53 @@ bool parse_seconds(const std::string &text, double &value) {
 
 }  // namespace
 
+void add_input_options(CLI::App *cmd, InputArgs &args) {
+    cmd->add_option("--near", args.near, "microphone recording (WAV or FLAC, any sample format)")
+        ->required();
+    cmd->add_option("--far", args.far, "loudspeaker reference, same rate as --near")->required();
+    CLI::Option *raw = cmd->add_flag("--raw", args.raw,
+                                     "the inputs are headerless signed 16-bit little-endian PCM");
+    cmd->add_option("--rate", args.rate, "sample rate of raw inputs, Hz")->needs(raw);
+    cmd->add_option("--near-channels", args.near_channels, "channels of the raw near end")
+        ->needs(raw)
+        ->capture_default_str();
+    cmd->add_option("--far-channels", args.far_channels, "channels of the raw far end")
+        ->needs(raw)
+        ->capture_default_str();
+    CLI::Option *delay = cmd->add_option(
+        "--far-delay", args.far_delay_ms,
+        "delay the far end by MS milliseconds before processing (negative: advance it)");
+    delay->type_name("MS");
+    cmd->add_option("--align", args.align,
+                    "auto: estimate the echo's delay behind the far end (GCC-PHAT over the "
+                    "first 10 s, within +-1 s), delay the far end by it less 32 samples of "
+                    "lead, and report it. The filter reaches only 1024 samples.")
+        ->check(CLI::IsMember({"auto"}))
+        ->type_name("auto")
+        ->excludes(delay);
+    cmd->add_flag("--resample", args.resample,
+                  "inputs at another rate from " + resamplable_rates_text() +
+                      " (e.g. 44100 Hz) are converted to the nearest of "
+                      "8000/16000/32000/48000 Hz, and an output back to their rate (libsoxr)");
+}
+
+void apply_input_args(const InputArgs &a, const CLI::App &cmd, ProcessRequest &rq) {
+    rq.near_path = a.near;
+    rq.far_path = a.far;
+    if (a.raw) {
+        if (a.rate <= 0) {
+            throw usage_error("--raw needs --rate (and --near-channels, --far-channels unless 1)");
+        }
+        rq.raw_near = RawLayout{a.rate, a.near_channels};
+        rq.raw_far = RawLayout{a.rate, a.far_channels};
+    }
+    if (cmd.count("--far-delay") > 0) {
+        rq.far_delay_ms = a.far_delay_ms;
+    }
+    rq.align_auto = !a.align.empty();
+    rq.resample = a.resample;
+}
+
 void add_tuning_options(CLI::App *cmd, TuningArgs &args, const std::vector<std::string> &modes) {
     std::string modes_text;
     for (const std::string &m : modes) {
@@ -114,6 +164,29 @@ Settings parse_tuning(const TuningArgs &args) {
             throw usage_error("--ratio takes a non-negative integer (got '" + args.ratio + "')");
         }
         t.ratio = ratio;
+    }
+    return t;
+}
+
+Settings to_settings(const QenAecSettings &s) {
+    Settings t;
+    t.intensity.emplace();
+    std::copy(std::begin(s.intensity), std::end(s.intensity), t.intensity->begin());
+    t.edges.emplace();
+    std::copy(std::begin(s.edges), std::end(s.edges), t.edges->begin());
+    t.ratio = s.ratio;
+    return t;
+}
+
+Settings read_config(const std::string &path, bool cng) {
+    QenAecSettings s;
+    char error[512];
+    if (qenaec_settings_read(path.c_str(), &s, error, sizeof error) != 0) {
+        throw failure(error);
+    }
+    Settings t = to_settings(s);
+    if (cng) {
+        t.comfort_noise = true;
     }
     return t;
 }

@@ -75,15 +75,6 @@ void check_inputs(const Audio &near, const Audio &far, const ProcessRequest &rq)
     }
 }
 
-// Converts to the processing rate (when needed) and to 16 bits.
-Pcm16 prepare(const Audio &a, int rate) {
-    if (a.rate == rate) {
-        return to_pcm16(a.samples);
-    }
-    return to_pcm16(
-        resample(a.samples, a.channels, a.rate, rate, frames_at_rate(a.frames(), a.rate, rate)));
-}
-
 // Gives the far end the near end's length, padding with silence or cutting.
 double fit_far_length(std::vector<int16_t> &far, int far_ch, size_t frames, int rate, bool quiet) {
     const size_t have = far.size() / far_ch;
@@ -137,13 +128,6 @@ std::vector<int16_t> far_as_echo_follows(std::vector<int16_t> far, const Process
     return far;
 }
 
-size_t pad_to_frames(std::vector<int16_t> &x, int channels) {
-    const size_t step = static_cast<size_t>(kFrame) * channels;
-    const size_t frames = (x.size() + step - 1) / step;
-    x.resize(frames * step, 0);
-    return frames;
-}
-
 // Runs the library over every frame and returns the output; fills frames and speed.
 std::vector<int16_t> run_library(const std::vector<int16_t> &near, std::vector<int16_t> &far,
                                  const ProcessRequest &rq, ProcessReport &rep) {
@@ -162,55 +146,89 @@ std::vector<int16_t> run_library(const std::vector<int16_t> &near, std::vector<i
 
 }  // namespace
 
-ProcessReport run_process(const ProcessRequest &rq) {
-    refuse_overwrite(rq);
-    const Audio near = read_audio(rq.near_path, rq.raw_near ? &*rq.raw_near : nullptr);
-    const Audio far = read_audio(rq.far_path, rq.raw_far ? &*rq.raw_far : nullptr);
-    check_inputs(near, far, rq);
-
-    ProcessReport rep;
-    rep.request = rq;
-    rep.input_rate = near.rate;
-    rep.processing_rate =
-        is_supported_rate(near.rate) ? near.rate : nearest_supported_rate(near.rate);
-    rep.near_channels = near.channels;
-    rep.far_channels = far.channels;
-    rep.duration_s = static_cast<double>(near.frames()) / near.rate;
-    const FileKind fallback = rq.raw_near ? FileKind::kRaw : FileKind::kWav;
-    AudioWriter writer(rq.out_path, kind_for_path(rq.out_path, fallback), near.rate, near.channels);
-    if (rep.processing_rate != near.rate) {
-        notice(rq.quiet, "processing at " + std::to_string(rep.processing_rate) +
-                             " Hz: resampled from " + std::to_string(near.rate) + " Hz and back");
+Pcm16 to_processing_rate(const Audio &a, int rate) {
+    if (a.rate == rate) {
+        return to_pcm16(a.samples);
     }
+    return to_pcm16(
+        resample(a.samples, a.channels, a.rate, rate, frames_at_rate(a.frames(), a.rate, rate)));
+}
 
-    Pcm16 n16 = prepare(near, rep.processing_rate);
-    Pcm16 f16 = prepare(far, rep.processing_rate);
+size_t pad_to_frames(std::vector<int16_t> &x, int channels) {
+    const size_t step = static_cast<size_t>(kFrame) * channels;
+    const size_t frames = (x.size() + step - 1) / step;
+    x.resize(frames * step, 0);
+    return frames;
+}
+
+Inputs read_inputs(const ProcessRequest &rq, ProcessReport &rep) {
+    Inputs in{read_audio(rq.near_path, rq.raw_near ? &*rq.raw_near : nullptr),
+              read_audio(rq.far_path, rq.raw_far ? &*rq.raw_far : nullptr)};
+    check_inputs(in.near, in.far, rq);
+    rep.request = rq;
+    rep.input_rate = in.near.rate;
+    rep.processing_rate =
+        is_supported_rate(in.near.rate) ? in.near.rate : nearest_supported_rate(in.near.rate);
+    rep.near_channels = in.near.channels;
+    rep.far_channels = in.far.channels;
+    rep.duration_s = static_cast<double>(in.near.frames()) / in.near.rate;
+    return in;
+}
+
+Prepared prepare_inputs(const Inputs &in, const ProcessRequest &rq, ProcessReport &rep) {
+    if (rep.processing_rate != rep.input_rate) {
+        notice(rq.quiet, "processing at " + std::to_string(rep.processing_rate) +
+                             " Hz: resampled from " + std::to_string(rep.input_rate) +
+                             " Hz and back");
+    }
+    Pcm16 n16 = to_processing_rate(in.near, rep.processing_rate);
+    Pcm16 f16 = to_processing_rate(in.far, rep.processing_rate);
     rep.clipped_near = n16.clipped;
     rep.clipped_far = f16.clipped;
-    const size_t samples_per_channel = n16.samples.size() / near.channels;
-    rep.far_padded_s = fit_far_length(f16.samples, far.channels, samples_per_channel,
+    Prepared p;
+    p.samples_per_channel = n16.samples.size() / rep.near_channels;
+    rep.far_padded_s = fit_far_length(f16.samples, rep.far_channels, p.samples_per_channel,
                                       rep.processing_rate, rq.quiet);
     const long shift = far_shift(rq, n16.samples, f16.samples, rep);
-    shift_far_end(f16.samples, far.channels, shift);
+    shift_far_end(f16.samples, rep.far_channels, shift);
     rep.far_delay_applied_ms = 1000.0 * static_cast<double>(shift) / rep.processing_rate;
 
-    rep.frames = pad_to_frames(n16.samples, near.channels);
-    pad_to_frames(f16.samples, far.channels);
-    std::vector<int16_t> out = run_library(n16.samples, f16.samples, rq, rep);
+    rep.frames = pad_to_frames(n16.samples, rep.near_channels);
+    pad_to_frames(f16.samples, rep.far_channels);
+    p.far_measured = far_as_echo_follows(f16.samples, rep, shift);
+    p.near = std::move(n16.samples);
+    p.far = std::move(f16.samples);
+    return p;
+}
 
-    rep.saturated_frames = saturated_frames(n16.samples, near.channels);
-    const std::vector<int16_t> far_measured = far_as_echo_follows(f16.samples, rep, shift);
-    const testkit::ErleInput sig = {.near = n16.samples,
-                                    .out = out,
-                                    .far = far_measured,
-                                    .layout = {rep.processing_rate, near.channels, far.channels},
-                                    .delay = testkit::output_delay(rq.mode)};
-    rep.erle = testkit::erle(sig, rq.near_talk ? &*rq.near_talk : nullptr);
+Erle recording_erle(const Prepared &p, const std::vector<int16_t> &output, Mode mode,
+                    const ProcessReport &rep, const std::vector<Span> *near_talk) {
+    const testkit::ErleInput sig = {
+        .near = p.near,
+        .out = output,
+        .far = p.far_measured,
+        .layout = {rep.processing_rate, rep.near_channels, rep.far_channels},
+        .delay = testkit::output_delay(mode)};
+    return testkit::erle(sig, near_talk);
+}
 
-    out.resize(samples_per_channel * near.channels);
-    if (rep.processing_rate != near.rate) {
-        Pcm16 back = to_pcm16(resample(from_pcm16(out), near.channels, rep.processing_rate,
-                                       near.rate, near.frames()));
+ProcessReport run_process(const ProcessRequest &rq) {
+    refuse_overwrite(rq);
+    ProcessReport rep;
+    const Inputs in = read_inputs(rq, rep);
+    const FileKind fallback = rq.raw_near ? FileKind::kRaw : FileKind::kWav;
+    AudioWriter writer(rq.out_path, kind_for_path(rq.out_path, fallback), in.near.rate,
+                       in.near.channels);
+    Prepared p = prepare_inputs(in, rq, rep);
+    std::vector<int16_t> out = run_library(p.near, p.far, rq, rep);
+
+    rep.saturated_frames = saturated_frames(p.near, rep.near_channels);
+    rep.erle = recording_erle(p, out, rq.mode, rep, rq.near_talk ? &*rq.near_talk : nullptr);
+
+    out.resize(p.samples_per_channel * rep.near_channels);
+    if (rep.processing_rate != rep.input_rate) {
+        Pcm16 back = to_pcm16(resample(from_pcm16(out), rep.near_channels, rep.processing_rate,
+                                       rep.input_rate, in.near.frames()));
         rep.clipped_output = back.clipped;
         out = std::move(back.samples);
     }

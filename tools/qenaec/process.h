@@ -51,4 +51,38 @@ struct ProcessReport {
 
 ProcessReport run_process(const ProcessRequest &request);
 
+// The steps of run_process that `tune` shares, so that its figures are those `process`
+// reports for the same recording.
+
+struct Inputs {
+    Audio near;
+    Audio far;
+};
+
+// Reads both ends and refuses what the library cannot take (see run_process); fills the
+// input figures of `rep` (rates, channels, duration).
+Inputs read_inputs(const ProcessRequest &rq, ProcessReport &rep);
+
+// Both ends at the processing rate in 16 bits, the far end cut or padded to the near end's
+// length and shifted by --far-delay or --align, both zero-padded to whole frames.
+struct Prepared {
+    std::vector<int16_t> near;
+    std::vector<int16_t> far;
+    std::vector<int16_t> far_measured;  // the far end as the echo follows it: picks ERLE frames
+    size_t samples_per_channel = 0;     // before the padding
+};
+
+// Fills the conversion and alignment figures of `rep`.
+Prepared prepare_inputs(const Inputs &in, const ProcessRequest &rq, ProcessReport &rep);
+
+// Converts to the processing rate (when needed) and to 16 bits.
+Pcm16 to_processing_rate(const Audio &a, int rate);
+
+// ERLE of `output` (the library's result for p.near in `mode`) by the tool's rule.
+Erle recording_erle(const Prepared &p, const std::vector<int16_t> &output, Mode mode,
+                    const ProcessReport &rep, const std::vector<Span> *near_talk);
+
+// Sample frames of 128 per channel; pads `x` with zeros to a whole number of them.
+size_t pad_to_frames(std::vector<int16_t> &x, int channels);
+
 }  // namespace qtool

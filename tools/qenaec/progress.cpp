@@ -3,8 +3,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <string>
 
 namespace qtool {
 
@@ -20,9 +20,14 @@ ProgressBar::ProgressBar(bool allowed, double seconds, size_t total)
       seconds_(seconds),
       total_(total) {}
 
+ProgressBar::ProgressBar(bool allowed, size_t total, std::string unit)
+    : enabled_(allowed && total > 0 && isatty(STDERR_FILENO) != 0),
+      total_(total),
+      unit_(std::move(unit)) {}
+
 ProgressBar::~ProgressBar() {
     if (enabled_ && last_percent_ >= 0) {
-        std::fprintf(stderr, "\r%*s\r", kWidth + 32, "");
+        std::fprintf(stderr, "\r%*s\r", kWidth + 40, "");
     }
 }
 
@@ -30,6 +35,7 @@ void ProgressBar::update(size_t done) {
     if (!enabled_) {
         return;
     }
+    done = std::min(done, total_);
     const int percent = static_cast<int>(100 * done / total_);
     if (percent == last_percent_) {
         return;
@@ -37,8 +43,13 @@ void ProgressBar::update(size_t done) {
     last_percent_ = percent;
     const int filled = percent * kWidth / 100;
     const std::string bar = std::string(filled, '#') + std::string(kWidth - filled, '.');
-    std::fprintf(stderr, "\r[%s] %3d%%  %.1f / %.1f s", bar.c_str(), percent,
-                 seconds_ * static_cast<double>(done) / static_cast<double>(total_), seconds_);
+    if (unit_.empty()) {
+        std::fprintf(stderr, "\r[%s] %3d%%  %.1f / %.1f s", bar.c_str(), percent,
+                     seconds_ * static_cast<double>(done) / static_cast<double>(total_), seconds_);
+    } else {
+        std::fprintf(stderr, "\r[%s] %3d%%  %zu / %zu %s", bar.c_str(), percent, done, total_,
+                     unit_.c_str());
+    }
     std::fflush(stderr);
 }
 

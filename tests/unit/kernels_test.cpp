@@ -1,0 +1,698 @@
+// Kernels on arrays against mathematics (true functions, defining formulas in double, a direct
+// DFT, plain references), over odd tails and from misaligned pointers.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "core/linear_stage.h"
+#include "core/nlp.h"
+#include "dsp/comfort_noise.h"
+#include "dsp/fft.h"
+#include "dsp/stream.h"
+#include "dsp/vector_math.h"
+#include "kernels/coherence.h"
+#include "kernels/neon_approx.h"
+#include "kernels/noise_floor.h"
+#include "kernels/spectral.h"
+#include "kernels/suppress.h"
+#include "mdf/mdf.h"
+
+namespace {
+
+using cd = std::complex<double>;
+constexpr int kBins = 129;
+
+std::vector<float> noise(size_t n, double lo, double hi, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<double> u(lo, hi);
+    std::vector<float> v(n);
+    for (float &x : v) {
+        x = static_cast<float>(u(rng));
+    }
+    return v;
+}
+
+cd bin(const float *p, int k) {
+    return {p[2 * k], p[2 * k + 1]};
+}
+
+// Bin counts with every tail length after the groups of four, and the library's 129.
+const int kBinCounts[] = {1, 2, 3, 4, 7, 129, 130, 131};
+
+template <typename Op>
+std::vector<float> lanes4(Op op, const std::vector<float> &a, const std::vector<float> &b) {
+    std::vector<float> out(a.size());
+    for (size_t i = 0; i + 4 <= a.size(); i += 4) {
+        vst1q_f32(&out[i], op(vld1q_f32(&a[i]), vld1q_f32(&b[i])));
+    }
+    return out;
+}
+
+TEST(Approximations, DivisionAndSquareRootHaveFloatPrecision) {
+    std::vector<float> a, b, s;
+    for (int i = -600; i < 600; ++i) {  // 1e-30 .. 1e30, a different mantissa per lane
+        const float m = static_cast<float>(std::pow(10.0, i / 20.0) * (1.0 + 0.37 * (i & 3)));
+        a.push_back(static_cast<float>(i % 7) - 3.3f);
+        b.push_back(i % 2 ? -m : m);
+        s.push_back(i % 11 == 5 ? 0.0f : m);
+    }
+    const auto q = lanes4([](float32x4_t x, float32x4_t y) { return vdivq_f32(x, y); }, a, b);
+    const auto r = lanes4([](float32x4_t x, float32x4_t) { return vsqrtq_f32(x); }, s, s);
+    for (size_t i = 0; i < a.size(); ++i) {
+        const double quotient = double(a[i]) / b[i], root = std::sqrt(double(s[i]));
+        ASSERT_NEAR(q[i], quotient, 3e-7 * std::fabs(quotient)) << a[i] << " / " << b[i];
+        ASSERT_NEAR(r[i], root, 3e-7 * root) << "sqrt " << s[i];
+    }
+}
+
+// vpowq_f32(a, b) = 2^z, z = b log2 a (clamped), through the quadratic Q below; its log2 is
+// within 1e-5, so the result lies between the values at z -+ dz.
+double pow2_by_quadratic(double z) {
+    z = std::clamp(z, -126.99999, 129.0);
+    const double n = std::trunc(z - 0.5), f = z - n;
+    return std::ldexp((0.33718944 * f + 0.65763628) * f + 1.0017247, static_cast<int>(n));
+}
+
+testing::AssertionResult is_approx_pow(float got, float a, float b) {
+    const double log_a = std::log2(double(a)), z = b * log_a;
+    const double dz = std::fabs(b) * (1e-5 + 3e-7 * std::fabs(log_a)) + 3e-7 * std::fabs(z);
+    const double lo = pow2_by_quadratic(z - dz) * (1 - 2e-6) - 1e-37;
+    const double hi = pow2_by_quadratic(z + dz) * (1 + 2e-6) + 1e-37;
+    if (got >= lo && got <= hi) {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure()
+           << a << "^" << b << " = " << got << ", not in [" << lo << ", " << hi << "]";
+}
+
+TEST(Approximations, PowerIsTwoToTheExactLogThroughItsQuadratic) {
+    std::vector<float> a, b;
+    for (int i = 1; i <= 2000; i += 7) {
+        for (float e : {0.0f, 0.25f, 0.5f, 1.0f, 1.7f, 3.0f, 8.0f, 20.0f}) {
+            a.push_back(i / 1000.0f);
+            b.push_back(e);
+        }
+    }
+    // The clamps: far below the smallest normal float the result is 0, far above it is inf.
+    a.insert(a.end(), {1e-6f, 0.0f, 4.0f, 0.5f});
+    b.insert(b.end(), {10.0f, 3.0f, 70.0f, 0.0f});
+    const auto p = lanes4([](float32x4_t x, float32x4_t y) { return vpowq_f32(x, y); }, a, b);
+    for (size_t i = 0; i + 4 < a.size(); ++i) {
+        ASSERT_TRUE(is_approx_pow(p[i], a[i], b[i]));
+    }
+    const size_t end = a.size() - 4;
+    EXPECT_LT(std::fabs(p[end]), 1e-37f);
+    EXPECT_LT(std::fabs(p[end + 1]), 1e-37f);  // a zero base reads as 2^-127
+    EXPECT_EQ(p[end + 2], INFINITY);
+    EXPECT_NEAR(p[end + 3], 1.0017247f, 1e-6f);  // b = 0 gives Q(0)
+}
+
+TEST(SpectralKernels, PowerSpectrumIsEachBinsSquaredMagnitude) {
+    for (int bins : kBinCounts) {
+        for (int off : {0, 1}) {
+            const std::vector<float> x = noise(2 * bins + off, -3000, 3000, bins);
+            std::vector<float> ps(bins + off + 1, -1.0f);
+            EXPECT_EQ(VelFunAec_PowerSpectrum(x.data() + off, ps.data() + off, 2 * bins),
+                      AUDIO_MATH_RET_SUCCESS);
+            for (int k = 0; k < bins; ++k) {
+                const double want = std::norm(bin(x.data() + off, k));
+                ASSERT_NEAR(ps[off + k], want, 1e-6 * want) << bins << " bins, bin " << k;
+            }
+            EXPECT_EQ(ps.back(), -1.0f) << "wrote past " << bins << " bins";
+        }
+    }
+}
+
+// acc = sum of X_i Y_i; past the last group of four the imaginary term lands on float i + 1.
+TEST(SpectralKernels, MulAccumSumsComplexProductsWithTheTailQuirk) {
+    for (int bins : kBinCounts) {
+        for (int M : {0, 1, 3, 8, 9, 17}) {
+            const int N = 2 * bins, off = M % 2;
+            if (M >= N) {
+                continue;  // the tail's imaginary terms land at index M, within the output
+            }
+            const std::vector<float> X = noise(N * M + off, -2, 2, M), Y = noise(N * M, -2, 2, 7);
+            std::vector<double> want(N, 0.0), scale(N, 1e-9);
+            const int tail = bins / 4 * 4;
+            for (int i = 0; i < M; ++i) {
+                for (int k = 0; k < bins; ++k) {
+                    const cd x = bin(&X[off + i * N], k), y = bin(&Y[i * N], k), p = x * y;
+                    const int im = k < tail ? 2 * k + 1 : i + 1;
+                    want[2 * k] += p.real();
+                    want[im] += p.imag();
+                    scale[2 * k] += std::abs(x) * std::abs(y);
+                    scale[im] += std::abs(x) * std::abs(y);
+                }
+            }
+            std::vector<float> acc(N, 99.0f);
+            EXPECT_EQ(VelFunc_SpectralMulAccum(X.data() + off, Y.data(), acc.data(), N, M), 0);
+            for (int j = 0; j < N; ++j) {
+                ASSERT_NEAR(acc[j], want[j], 1e-6 * scale[j]) << N << " floats, M " << M;
+            }
+        }
+    }
+}
+
+TEST(SpectralKernels, WeightedConjugateProductIsPTimesWTimesConjXTimesY) {
+    for (int bins : kBinCounts) {
+        for (float p : {0.37f, 0.0f}) {
+            const int N = 2 * bins;
+            std::vector<float> w = noise(bins + 1, 0, 1, 3), X = noise(N + 1, -9, 9, 4);
+            const std::vector<float> Y = noise(N, -9, 9, 5);
+            w[0] = 0.0f;
+            std::vector<float> prod(N + 1, 7.0f);
+            EXPECT_EQ(VelFunc_WeightedSpectralMulConj(&w[1], p, &X[1], Y.data(), prod.data(), N),
+                      0);
+            for (int k = 0; k < bins; ++k) {
+                const cd x = bin(&X[1], k), y = bin(Y.data(), k);
+                const cd want = double(p) * w[1 + k] * std::conj(x) * y;
+                const double tol = 1e-6 * p * w[1 + k] * std::abs(x) * std::abs(y) + 1e-30;
+                ASSERT_NEAR(prod[2 * k], want.real(), tol) << bins << " bins, bin " << k;
+                ASSERT_NEAR(prod[2 * k + 1], want.imag(), tol) << bins << " bins, bin " << k;
+            }
+            EXPECT_EQ(prod[N], 7.0f);
+        }
+    }
+}
+
+// The accumulating form adds the very product the plain form stores (checked above), rounded
+// before the addition; the scaled power spectrum gives what scaling and then the power
+// spectrum give. Both bit for bit: the filter's update must not change by the fusions.
+TEST(SpectralKernels, FusedFormsMatchTheirTwoPassesExactly) {
+    for (int bins : kBinCounts) {
+        const int N = 2 * bins;
+        const std::vector<float> w = noise(bins, 0, 1, 13), X = noise(N, -9, 9, 14),
+                                 Y = noise(N, -9, 9, 15), acc0 = noise(N + 1, -5, 5, 16);
+        std::vector<float> prod(N), acc = acc0;
+        VelFunc_WeightedSpectralMulConj(w.data(), 0.37f, X.data(), Y.data(), prod.data(), N);
+        WeightedSpectralMulConjAccum(w.data(), 0.37f, X.data(), Y.data(), acc.data(), N);
+        for (int i = 0; i < N; ++i) {
+            ASSERT_EQ(acc[i], acc0[i] + prod[i]) << bins << " bins, float " << i;
+        }
+        EXPECT_EQ(acc[N], acc0[N]);
+
+        std::vector<float> scaled = X, inplace = X, want(bins), ps(bins + 1, -7.0f);
+        for (float &v : scaled) {
+            v *= 0.00390625f;
+        }
+        VelFunAec_PowerSpectrum(scaled.data(), want.data(), N);
+        ScaledPowerSpectrum(inplace.data(), 0.00390625f, ps.data(), N);
+        EXPECT_EQ(inplace, scaled) << bins << " bins";
+        for (int k = 0; k < bins; ++k) {
+            ASSERT_EQ(ps[k], want[k]) << bins << " bins, bin " << k;
+        }
+        EXPECT_EQ(ps[bins], -7.0f);
+    }
+}
+
+// Comparisons give all-ones lanes where they hold, also across signed zeros and never for a
+// NaN; negation flips the sign of zero too. On ARMv7 these are the library's own
+// instructions, not the compiler header's.
+TEST(SpectralKernels, LaneComparisonsAndNegation) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float a_values[4] = {1.0f, 2.0f, -0.0f, nan}, b_values[4] = {2.0f, 2.0f, 0.0f, 1.0f};
+    const float32x4_t a = vld1q_f32(a_values), b = vld1q_f32(b_values);
+    struct Case {
+        const char *name;
+        uint32x4_t mask;
+        bool expected[4];
+    };
+    const Case cases[] = {
+        {"a > b", vcgtq_f32(a, b), {false, false, false, false}},
+        {"a >= b", vcgeq_f32(a, b), {false, true, true, false}},
+        {"a < b", vcltq_f32(a, b), {true, false, false, false}},
+        {"a <= b", vcleq_f32(a, b), {true, true, true, false}},
+        {"b > a", vcgtq_f32(b, a), {true, false, false, false}},
+    };
+    for (const Case &c : cases) {
+        uint32_t lanes[4];
+        vst1q_u32(lanes, c.mask);
+        for (int i = 0; i < 4; ++i) {
+            EXPECT_EQ(lanes[i], c.expected[i] ? 0xFFFFFFFFu : 0u) << c.name << " lane " << i;
+        }
+    }
+    const float in[4] = {1.5f, -2.0f, 0.0f, -0.0f}, negated[4] = {-1.5f, 2.0f, -0.0f, 0.0f};
+    float out[4];
+    vst1q_f32(out, vnegq_f32(vld1q_f32(in)));
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(out[i], negated[i]) << "lane " << i;
+        EXPECT_EQ(std::signbit(out[i]), std::signbit(negated[i])) << "lane " << i;
+    }
+}
+
+struct Psd {
+    std::vector<float> sd, se, sy, sde, syd;
+    explicit Psd(unsigned seed)
+        : sd(noise(kBins, 0, 5e6, seed)),
+          se(noise(kBins, 0, 5e6, seed + 1)),
+          sy(noise(kBins, 15, 5e6, seed + 2)),
+          sde(noise(2 * kBins, -2e6, 2e6, seed + 3)),
+          syd(noise(2 * kBins, -2e6, 2e6, seed + 4)) {}
+    psd_t view() {
+        return {sd.data(), se.data(), sy.data(), reinterpret_cast<float(*)[2]>(sde.data()),
+                reinterpret_cast<float(*)[2]>(syd.data())};
+    }
+};
+
+// Each spectrum moves (ratio - 0.03) of the way to this frame's; the reference floored at 15.
+TEST(NlpKernels, SmoothingMovesEverySpectrumTowardsThisFrame) {
+    const std::vector<float> d = noise(2 * kBins, -3000, 3000, 1),
+                             e = noise(2 * kBins, -3000, 3000, 2);
+    std::vector<float> y = noise(2 * kBins, -3000, 3000, 3);
+    y[0] = y[1] = y[256] = y[257] = y[100] = 0.0f;  // silent reference bins, Nyquist among them
+    y[101] = 3.0f;
+    for (float ratio : {0.03f, 0.1f, 0.55f, 1.0f, 1.03f}) {
+        Psd s(10), old = s;
+        smooth_psd(d.data(), e.data(), y.data(), ratio, s.view());
+        const double w = double(ratio) - 0.03;
+        const auto check = [&](float got, float was, double v, const char *what, int k) {
+            const double want = was + w * (v - was);
+            ASSERT_NEAR(got, want, 2e-6 * (std::fabs(was) + std::fabs(v)))
+                << what << "[" << k << "] at ratio " << ratio;
+        };
+        for (int k = 0; k < kBins; ++k) {
+            const cd dk = bin(d.data(), k), ek = bin(e.data(), k), yk = bin(y.data(), k);
+            const cd de = std::conj(dk) * ek, yd = std::conj(dk) * yk;
+            check(s.sd[k], old.sd[k], std::norm(dk), "sd", k);
+            check(s.se[k], old.se[k], std::norm(ek), "se", k);
+            check(s.sy[k], old.sy[k], std::max(std::norm(yk), 15.0), "sy", k);
+            check(s.sde[2 * k], old.sde[2 * k], de.real(), "sde.re", k);
+            check(s.sde[2 * k + 1], old.sde[2 * k + 1], de.imag(), "sde.im", k);
+            check(s.syd[2 * k], old.syd[2 * k], yd.real(), "syd.re", k);
+            check(s.syd[2 * k + 1], old.syd[2 * k + 1], yd.imag(), "syd.im", k);
+        }
+    }
+}
+
+TEST(NlpKernels, CoherencesAndGains) {
+    Psd s(20);
+    s.sd[5] = s.sd[128] = 0.0f;   // no near-end power: both coherences 0
+    s.syd[20] = s.sy[10] = 1e3f;  // a coherence that would exceed 1 is held at 1
+    std::vector<float> cohde(kBins), cohyd(kBins), hNl(kBins), hNl2(kBins);
+    coherence(s.view(), cohde.data(), cohyd.data());
+    for (int k = 0; k < kBins; ++k) {
+        const double de =
+            s.sd[k] == 0 ? 0
+                         : std::norm(bin(s.sde.data(), k)) / (double(s.sd[k]) * s.se[k] + 1e-10);
+        const double yd =
+            s.sd[k] == 0 ? 0
+                         : std::norm(bin(s.syd.data(), k)) / (double(s.sy[k]) * s.sd[k] + 1e-10);
+        ASSERT_NEAR(cohde[k], de, 1e-6 * de) << "bin " << k;
+        ASSERT_NEAR(cohyd[k], std::min(yd, 1.0), 1e-6) << "bin " << k;
+    }
+    EXPECT_EQ(cohyd[10], 1.0f);
+    gains_min_of_coherences(cohde.data(), cohyd.data(), hNl.data());
+    gains_from_echo_coherence(cohyd.data(), hNl2.data());
+    for (int k = 0; k < kBins; ++k) {
+        ASSERT_EQ(hNl[k], std::min(cohde[k], 1.0f - cohyd[k])) << "bin " << k;
+        ASSERT_EQ(hNl2[k], 1.0f - cohyd[k]) << "bin " << k;
+    }
+}
+
+// Gains above the feedback gain are blended towards it, then raised to band overdrive x curve
+// (approximate power below bin 128); equal edges make an empty band, the seventh runs to 128.
+TEST(NlpKernels, OverdriveBlendsThenRaisesToTheBandsPower) {
+    const uint32_t edge_sets[][7] = {{4, 6, 36, 49, 50, 51, 60},
+                                     {10, 10, 20, 30, 40, 126, 60},
+                                     {1, 2, 3, 4, 5, 6, 7},
+                                     {126, 126, 126, 126, 126, 126, 127}};
+    const float over[8] = {0.5f, 1.0f, 1.5f, 2.5f, 3.0f, 0.0f, 4.0f, 9.0f};
+    const std::vector<float> weight = noise(kBins, 0, 0.4, 31), curve = noise(kBins, 1, 2, 32);
+    for (const uint32_t *edges : edge_sets) {
+        std::vector<float> h = noise(kBins, 0.01, 1, 33);
+        const float fb = 0.4f;
+        h[7] = h[128] = fb;  // not blended: the test is strict
+        h[64] = 0.9f;
+        const std::vector<float> in = h;
+        overdrive_gains(h.data(), fb, edges, over, weight.data(), curve.data());
+        int band = 0;
+        for (int i = 0; i < kBins; ++i) {
+            const float od = over[band];
+            if (band < 6 && edges[band] == static_cast<uint32_t>(i)) {
+                ++band;
+            }
+            const double blended = in[i] > fb ? weight[i] * fb + (1.0 - weight[i]) * in[i] : in[i];
+            const float exponent = od * curve[i];
+            if (i < 128) {
+                ASSERT_TRUE(is_approx_pow(h[i], static_cast<float>(blended), exponent))
+                    << "bin " << i << " edges " << edges[0] << ".." << edges[5];
+            } else {
+                ASSERT_NEAR(h[i], std::pow(blended, double(exponent)), 1e-6);
+            }
+        }
+    }
+}
+
+// Every bin, DC and Nyquist included, is scaled by its gain and conjugated.
+TEST(NlpKernels, SuppressScalesAndConjugatesEveryBin) {
+    const std::vector<float> hNl = noise(kBins, 0, 1, 41), in = noise(2 * kBins, -500, 500, 42);
+    std::vector<float> efw = in;
+    suppress_spectrum(hNl.data(), efw.data());
+    for (int k = 0; k < kBins; ++k) {
+        ASSERT_FLOAT_EQ(efw[2 * k], in[2 * k] * hNl[k]) << "bin " << k;
+        ASSERT_FLOAT_EQ(efw[2 * k + 1], -in[2 * k + 1] * hNl[k]) << "bin " << k;
+    }
+}
+
+// Smoothed power; a minimum that falls 90% of the way (else creeps by 1.0003); a start-up
+// estimate that takes a lower minimum at once and follows a higher one by 10%.
+TEST(NlpKernels, NoiseFloorSmoothsTracksAndFollows) {
+    const std::vector<float> spec = noise(2 * kBins, -2000, 2000, 51);
+    std::vector<float> pow = noise(kBins, 0, 1e6, 52), min = noise(kBins, 0, 1e6, 53),
+                       init = noise(kBins, 0, 1e6, 54);
+    const std::vector<float> pow0 = pow, min0 = min, init0 = init;
+    noise_smooth_power(pow.data(), spec.data());
+    noise_track_minimum(min.data(), pow.data());
+    noise_follow_minimum(init.data(), min.data());
+    for (int j = 0; j < kBins; ++j) {
+        const double p = pow0[j] + (std::norm(bin(spec.data(), j)) / 4 - pow0[j]) * 0.1;
+        ASSERT_NEAR(pow[j], p, 1e-6 * (p + pow0[j])) << "bin " << j;
+        const double m =
+            min0[j] <= pow[j] ? min0[j] * 1.0003 : (pow[j] + (min0[j] - pow[j]) * 0.1) * 1.0003;
+        ASSERT_NEAR(min[j], m, 1e-6 * (m + min0[j])) << "bin " << j;
+        const double s = min[j] <= init0[j] ? min[j] : init0[j] + (min[j] - init0[j]) * 0.1;
+        ASSERT_NEAR(init[j], s, 1e-6 * (s + init0[j])) << "bin " << j;
+    }
+}
+
+// The error spectrum is replaced by the near end's while the error outweighs the near end in
+// total smoothed power; that ends only when the near end is 5% above.
+TEST(NlpKernels, DivergenceEntersAtOnceAndLeavesWithAMargin) {
+    const std::vector<float> sd(kBins, 1.0f), dfw = noise(258, -9, 9, 61),
+                                              efw0 = noise(258, -9, 9, 62);
+    int16_t state = 0;
+    for (const auto &[se, diverged] : {std::pair{1.0f, 0}, {1.001f, 1}, {0.96f, 1}, {0.95f, 0}}) {
+        std::vector<float> efw = efw0;
+        nlp_update_divergence(sd.data(), std::vector<float>(kBins, se).data(), &state, dfw.data(),
+                              efw.data());
+        EXPECT_EQ(state, diverged) << "se " << se;
+        EXPECT_EQ(efw, diverged ? dfw : efw0) << "se " << se;
+    }
+}
+
+// Near-end talk takes the d-e coherence; before any echo (minimum still 1) the echo incoherence
+// with the overdrive pinned to its floor, after it the smaller; the minimum takes averages < 0.75.
+TEST(NlpKernels, GainRuleFollowsTalkAndEcho) {
+    struct Case {
+        float de, yd, min_in, min_out, gain;
+        bool pinned;
+    };
+    for (const Case c : {Case{0.99f, 0.05f, 1, 1, 0.99f, true},
+                         {0.99f, 0.095f, 1, 1, 0.99f, true},
+                         {0.975f, 0.05f, 1, 1, 0.95f, true},
+                         {0.99f, 0.05f, 0.8f, 0.8f, 0.99f, false},
+                         {0.6f, 0.2f, 0.8f, 0.8f, 0.6f, false},
+                         {0.9f, 0.24f, 0.8f, 0.8f, 0.76f, false},
+                         {0.9f, 0.3f, 0.8f, 0.7f, 0.7f, false},
+                         {0.5f, 0.5f, 1, 0.5f, 0.5f, false}}) {
+        std::vector<float> cohde(kBins, c.de), cohyd(kBins, c.yd), hNl(kBins);
+        float min = c.min_in, overdrive[7] = {9, 9, 9, 9, 9, 9, 9};
+        const float floor[7] = {1, 2, 3, 4, 5, 6, 7};
+        const nlp_gain_t g =
+            nlp_gains(cohde.data(), cohyd.data(), 2, &min, floor, overdrive, hNl.data());
+        EXPECT_NEAR(min, c.min_out, 1e-6) << c.de << " " << c.yd;
+        EXPECT_NEAR(g.hNlFb, c.gain, 1e-6) << c.de << " " << c.yd;
+        EXPECT_NEAR(g.hNlFbLow, c.gain, 1e-6) << c.de << " " << c.yd;
+        for (float h : hNl) {
+            ASSERT_NEAR(h, c.gain, 1e-6) << c.de << " " << c.yd;
+        }
+        EXPECT_EQ(overdrive[6], c.pinned ? 7.0f : 9.0f) << c.de << " " << c.yd;
+    }
+}
+
+TEST(VectorHelpers, InnerProductOverOddTailsAndMisalignedArrays) {
+    for (int n : {0, 1, 3, 4, 5, 7, 128, 131}) {
+        const std::vector<float> a = noise(n + 1, -100, 100, n), b = noise(n + 1, -100, 100, 9);
+        double want = 0, scale = 1e-30;
+        for (int i = 0; i < n; ++i) {
+            want += double(a[i + 1]) * b[i];
+            scale += std::fabs(double(a[i + 1]) * b[i]);
+        }
+        float got = 123.0f;
+        EXPECT_EQ(
+            ne10_InnerProduct(const_cast<float *>(&a[1]), const_cast<float *>(b.data()), &got, n),
+            AUDIO_MATH_RET_SUCCESS);
+        EXPECT_NEAR(got, want, 1e-6 * scale) << "length " << n;
+    }
+}
+
+TEST(VectorHelpers, FastCopyMatchesMemcpyForEverySizeAndAlignment) {
+    std::vector<unsigned char> src(1200), dst(1300);
+    for (size_t i = 0; i < src.size(); ++i) {
+        src[i] = static_cast<unsigned char>(i * 7 + 3);
+    }
+    for (size_t num : {0, 1, 63, 255, 256, 257, 300, 1000, 1031}) {
+        for (size_t so = 0; so < 8; ++so) {
+            for (size_t d = 64; d < 72; ++d) {
+                std::fill(dst.begin(), dst.end(), 0xEE);
+                ASSERT_EQ(memcpy_fast(&dst[d], &src[so], num), &dst[d]);
+                ASSERT_EQ(memcmp(&dst[d], &src[so], num), 0) << num << " bytes " << so << "/" << d;
+                ASSERT_EQ(dst[d - 1], 0xEE);
+                ASSERT_EQ(dst[d + num], 0xEE) << num << " bytes " << so << "/" << d;
+            }
+        }
+    }
+    alignas(64) unsigned char block[128];
+    EXPECT_TRUE(is_both_address_align_to(block + 1, block + 9, 4));
+    EXPECT_FALSE(is_both_address_align_to(block + 1, block + 2, 4));
+    EXPECT_EQ(get_align_pedding(block, 64), 64u);  // an aligned start still pads a full 64
+    EXPECT_EQ(get_align_pedding(block + 5, 64), 59u);
+}
+
+// The sort serves at most 48 values: its upward scan stops at index 47 whatever the range.
+TEST(VectorHelpers, SortOrdersUpToFortyEightValuesOnly) {
+    std::mt19937 rng(5);
+    for (int n : {1, 2, 3, 8, 24, 47, 48}) {
+        for (int round = 0; round < 20; ++round) {
+            std::vector<float> v(48, -7.0f);
+            for (int i = 0; i < n; ++i) {
+                v[i] = static_cast<float>(rng() % 16) * 0.25f;  // duplicates on purpose
+            }
+            std::vector<float> want = v;
+            std::sort(want.begin(), want.begin() + n);
+            VelFuncAec_quickSort(v.data(), 0, n - 1);
+            ASSERT_EQ(v, want) << n << " values";
+        }
+    }
+    std::vector<float> v(60);
+    for (int i = 0; i < 60; ++i) {
+        v[i] = static_cast<float>(60 - i);
+    }
+    VelFuncAec_quickSort(v.data(), 0, 59);
+    EXPECT_EQ(v[47], 60.0f);  // the largest stops at the bound instead of index 59
+}
+
+struct Fft {
+    std::vector<unsigned char> area = std::vector<unsigned char>(FFT_GetBufferSize(256) + 64, 0xA5);
+    FFTHandle_t h{};
+    int ip[128] = {};
+    float w[256] = {};
+    Fft() {
+        h.fft_Ne10_cfg = reinterpret_cast<ne10_fft_r2c_cfg_float32_t>(area.data());
+        h.fftSize = 256;
+        ne10_init();
+        fft_init(&h);
+    }
+    void run(int isgn, float *a) { VEL_rdft(&h, 256, isgn, a, ip, w); }
+};
+
+// Bin k of the unscaled DFT of 256 samples.
+cd dft(const std::vector<float> &x, int k) {
+    cd s = 0;
+    for (int t = 0; t < 256; ++t) {
+        s += double(x[t]) * std::polar(1.0, -2 * M_PI * k * t / 256);
+    }
+    return s;
+}
+
+TEST(Fft, ForwardIsTheDftInThePackedLayoutAndInverseUndoesIt) {
+    Fft f;
+    EXPECT_EQ(FFT_GetBufferSize(256), 6028u);
+    EXPECT_EQ(f.h.is_fft_init, 1);
+    for (size_t i = FFT_GetBufferSize(256); i < f.area.size(); ++i) {
+        ASSERT_EQ(f.area[i], 0xA5) << "the plans overran their area";
+    }
+    std::vector<float> impulse(258, 0.0f), ones(258, 0.0f), x = noise(258, -1e4, 1e4, 61);
+    impulse[0] = 1.0f;
+    std::fill_n(ones.begin(), 256, 1.0f);
+    x[256] = x[257] = 0.0f;
+    // At both float offsets of an 8-byte pair: arrays need only float alignment.
+    for (const auto &in : {impulse, ones, x}) {
+        for (int offset : {0, 1}) {
+            std::vector<float> storage(259);
+            float *a = storage.data() + offset;
+            std::copy(in.begin(), in.end(), a);
+            f.run(1, a);
+            for (int k = 0; k <= 128; ++k) {
+                const cd want = dft(in, k);
+                ASSERT_NEAR(a[2 * k], want.real(), 2e-6 * 1e4 * 256) << "bin " << k;
+                ASSERT_NEAR(a[2 * k + 1], want.imag(), 2e-6 * 1e4 * 256) << "bin " << k;
+            }
+            f.run(-1, a);
+            for (int t = 0; t < 256; ++t) {
+                ASSERT_NEAR(a[t], in[t], 1e-6 * 1e4) << "sample " << t;
+            }
+            EXPECT_EQ(a[256], 0.0f);
+            EXPECT_EQ(a[257], 0.0f);
+        }
+    }
+    EXPECT_EQ(impulse[0], 1.0f);
+    std::vector<float> a = x;
+    for (int isgn : {0, 2, -2}) {
+        f.run(isgn, a.data());
+        ASSERT_EQ(a, x) << "isgn " << isgn;
+    }
+}
+
+// The noise floor's start-up estimate serves mult times as many blocks at mult times the rate.
+TEST(NlpKernels, NoiseFloorStartUpLastsInProportionToTheRate) {
+    Fft f;
+    const std::vector<float> pair = noise(256, -3000, 3000, 55);
+    std::vector<float> scratch(258);
+    const int mults[3] = {1, 2, 6};  // 8, 16 and 48 kHz
+    int blocks[3] = {};
+    for (int i = 0; i < 3; ++i) {
+        std::vector<float> pow(kBins), min(kBins), init(kBins);
+        float *floor = nullptr;
+        int ctr = 0;
+        const noise_floor_t view = {pow.data(), min.data(), init.data(), &floor, &ctr};
+        do {
+            noise_floor_update({&f.h, f.ip, f.w}, pair.data(), scratch.data(), mults[i], view);
+        } while (floor == init.data() && ++blocks[i] < 100000);
+    }
+    EXPECT_GT(blocks[0], 1);
+    EXPECT_EQ(blocks[1], 2 * blocks[0]);
+    EXPECT_EQ(blocks[2], 6 * blocks[0]);
+}
+
+TEST(Stream, LoaderSlidesThenLoadsOneChannelWithoutScaling) {
+    const short pcm[8] = {1000, -1, 2000, -2, 3000, -3, 4000, -4};
+    struct Case {
+        uint32_t channels;
+        int counter, flag;
+        float first;  // the first sample loaded, or 0 when nothing is loaded
+    };
+    for (const Case c :
+         {Case{1, 1, 1, 1000}, Case{2, 0, 1, 1000}, Case{2, 1, 1, -1}, Case{2, 2, 1, 1000},
+          Case{2, 1, 0, 0}, Case{2, 0, 0, 1000}, Case{3, 0, 1, 0}, Case{0, 0, 1, 0}}) {
+        float buf[9] = {1, 2, 3, 4, 5, 6, 7, 8, 99};
+        postInfo_t info = {8, c.channels, 4, c.flag};
+        LoadStreamf(buf, const_cast<short *>(pcm), c.counter, &info);
+        EXPECT_EQ(buf[8], 99.0f);
+        if (c.first == 0) {
+            EXPECT_EQ(buf[0], 1.0f) << c.channels << " channels, counter " << c.counter;
+            continue;
+        }
+        const int step = c.channels == 2 ? 2 : 1, ch = c.first < 0 ? 1 : 0;
+        for (int k = 0; k < 4; ++k) {
+            EXPECT_EQ(buf[k], 5.0f + k);
+            EXPECT_EQ(buf[4 + k], pcm[step * k + ch]) << c.channels << " ch, counter " << c.counter;
+        }
+    }
+}
+
+// Saturated to 16 bits and truncated toward zero (NaN becomes silence), the second input
+// added first; a stereo output gets the one channel twice, `bias` slots in.
+TEST(Stream, OutputStageSaturatesTruncatesAndDuplicates) {
+    float in[6] = {32767.4f, -32768.9f, 1.9f, -1.9f, 40000.0f, NAN};
+    float in2[6] = {0, 0, 0.5f, -0.5f, -50000.0f, 0};
+    short out[14];
+    postInfo_t mono = {6, 1, 0, 1};
+    Post_OLA_Process(in, nullptr, out, &mono);
+    EXPECT_EQ(std::vector<short>(out, out + 6),
+              (std::vector<short>{32767, -32768, 1, -1, 32767, 0}));
+    Post_OLA_Process(in, in2, out, &mono);
+    EXPECT_EQ(std::vector<short>(out, out + 6),
+              (std::vector<short>{32767, -32768, 2, -2, -10000, 0}));
+    for (int flag : {1, 0}) {
+        std::fill_n(out, 14, 7);
+        postInfo_t stereo = {6, 2, 1, flag};
+        Post_OLA_Process(in, nullptr, out, &stereo);
+        EXPECT_EQ(
+            std::vector<short>(out, out + 14),
+            flag ? (std::vector<short>{7, 32767, 32767, -32768, -32768, 1, 1, -1, -1, 32767, 32767,
+                                       0, 0, 7})
+                 : (std::vector<short>{7, 32767, 7, -32768, 7, 1, 7, -1, 7, 32767, 7, 0, 7, 7}));
+    }
+}
+
+// Bin j adds the table's phasor (conjugated) x sqrt(g p) 2^shift, g = 0.9999 - the bin's
+// normalised magnitude, p the floored noise power.
+void expect_comfort_noise(const std::vector<float> &in, const std::vector<float> &noise_pow,
+                          float min_pwr, int shift, int start) {
+    comfort_noise_set_positions(start, 0);
+    std::vector<float> out = in, lambda(kBins, 0.5f);
+    std::vector<float> pw = noise_pow;
+    ComfortNoise_Process(out.data(), pw.data(), lambda.data(), 256, min_pwr, shift);
+    double lo = 1e300, hi = 0;
+    for (int j = 0; j < kBins; ++j) {
+        lo = std::min(lo, std::abs(bin(in.data(), j)));
+        hi = std::max(hi, std::abs(bin(in.data(), j)));
+    }
+    int pos = start, offset = 0;
+    for (int j = 0; j < kBins; ++j) {
+        const double a = (std::abs(bin(in.data(), j)) - lo) / (hi - lo + 1e-10);
+        const double g = std::max(0.9999 - a, 0.0);
+        const double amp = std::sqrt(g * std::max(double(noise_pow[j]), double(min_pwr)));
+        const cd add = cd(comfortNoiseX[pos], -comfortNoiseY[pos]) * amp * std::ldexp(1.0, shift);
+        ASSERT_NEAR(out[2 * j], in[2 * j] + add.real(), 1e-4 * (std::abs(add) + 1)) << "bin " << j;
+        ASSERT_NEAR(out[2 * j + 1], in[2 * j + 1] + add.imag(), 1e-4 * (std::abs(add) + 1))
+            << "bin " << j;
+        if (pos == 1023) {  // restarts at 0..255, from the table itself
+            pos = static_cast<uint16_t>(comfortNoiseX[offset++]) & 0xFF;
+        } else {
+            ++pos;
+        }
+    }
+    EXPECT_EQ(comfort_noise_read_position(), pos);
+    EXPECT_EQ(comfort_noise_offset_position(), offset);
+}
+
+TEST(ComfortNoise, AddsFloorShapedNoiseWeightedTowardsTheWeakBins) {
+    for (int k = 0; k < 1024; ++k) {
+        const double m = std::hypot(double(comfortNoiseX[k]), double(comfortNoiseY[k]));
+        ASSERT_TRUE(m >= 32767.0 && m <= 32768.7) << "entry " << k;
+    }
+    const std::vector<float> spec = noise(258, -300, 300, 71), pow = noise(kBins, 0, 4e-4, 72);
+    std::vector<float> flat(258, 0.0f);
+    for (int j = 0; j < kBins; ++j) {
+        flat[2 * j] = j % 2 ? 5.0f : -3.0f;
+        flat[2 * j + 1] = j % 2 ? 0.0f : 4.0f;
+    }
+    expect_comfort_noise(spec, pow, 2e-4f, -14, 10);
+    expect_comfort_noise(spec, pow, 1e-3f, 2, 1000);  // most powers under the floor; wraps
+    expect_comfort_noise(flat, pow, 2e-4f, -2, 1023);
+}
+
+// prop_i = 0.99 (sqrt(1 + |W_i|^2) + 0.1 max) / (1 + sum of the numerators).
+TEST(MdfHelpers, ProportionalWeightsFollowPartitionEnergy) {
+    std::vector<float> W = noise(8 * 258 + 1, -0.5, 0.5, 81);
+    std::fill_n(W.begin() + 3 * 258, 258, 0.0f);
+    float prop[9] = {};
+    mdf_adjust_prop(W.data(), 258, 8, prop);
+    double num[8], max = 1, sum = 1;
+    for (int i = 0; i < 8; ++i) {
+        double e = 1;
+        for (int j = 0; j < 258; ++j) {
+            e += double(W[i * 258 + j]) * W[i * 258 + j];
+        }
+        num[i] = std::sqrt(e);
+        max = std::max(max, num[i]);
+    }
+    for (double &n : num) {
+        n += 0.1 * max;
+        sum += n;
+    }
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_NEAR(prop[i], 0.99 * num[i] / sum, 1e-6) << "partition " << i;
+    }
+    EXPECT_EQ(prop[8], 0.0f);
+}
+
+}  // namespace
