@@ -11,6 +11,7 @@
 #include "dsp/fp_mode.h"
 #include "dsp/stream.h"
 #include "instance.h"
+#include "kernels/vector.h"
 
 namespace {
 
@@ -29,14 +30,8 @@ void set_post_info(postInfo_t *info, int32_t length, uint32_t channels, int32_t 
 
 // A clipped frame marks itself and the frame after it as saturated.
 void detect_saturation(const short *near, uint32_t samples, aec_saturated_flag_t *sat) {
-    sat->is_saturate_ind = 0;
-    for (uint32_t k = 0; k < samples; ++k) {
-        const int magnitude = near[k] < 0 ? -static_cast<int>(near[k]) : near[k];
-        if (magnitude > kSaturationThreshold) {
-            sat->is_saturate_ind = 1;
-            break;
-        }
-    }
+    sat->is_saturate_ind =
+        pcm_exceeds(near, static_cast<int>(samples), kSaturationThreshold) ? 1 : 0;
     sat->isCurrNearEndSat = (sat->is_saturate_ind_pre == 1 || sat->is_saturate_ind == 1) ? 1 : 0;
     sat->is_saturate_ind_pre = sat->is_saturate_ind;
 }

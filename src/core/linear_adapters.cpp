@@ -11,7 +11,7 @@ void VelFuncAec_BufferFarendPartition(aec_workingbuf_t *buf, float *farend) {
     // Only the two spectra are produced; the partition ring (xfBuf) is not advanced here.
     const fft_ctx_t fft = instance_fft(buf);
     aec_pair_spectrum(fft, farend, buf->xf);
-    aec_windowed_pair_spectrum(fft, farend, buf->xfw);
+    aec_windowed_pair_spectrum(fft, farend, buf->fft_aec_buf, buf->xfw);
 }
 
 void Aec_NLMS_process(aec_workingbuf_t *buf, float *nearend, float *nearend_ch2) {

@@ -11,11 +11,10 @@
 #include "dsp/stream.h"
 #include "dsp/vector_math.h"
 #include "kernels/noise_floor.h"
+#include "kernels/vector.h"
 
 void MergeSteroToMono(float *nearend, float *nearend_ch2, int length) {
-    for (int i = 0; i < length; ++i) {
-        nearend[i] = (nearend[i] + nearend_ch2[i]) / 2.0f;
-    }
+    vec_average(nearend, nearend_ch2, nearend, length);
 }
 
 float FarEndMean_Compute(float *input, int length) {

@@ -5,10 +5,12 @@
 #include "core/nlp.h"
 
 #include <cmath>
+#include <cstring>
 
 #include "core/window.h"
 #include "dims.h"
 #include "kernels/coherence.h"
+#include "kernels/vector.h"
 
 namespace {
 
@@ -22,11 +24,11 @@ nlp_pref_band_t nlp_pref_band(int mult) {
     return {kPrefBandMax / mult, 6 / mult};
 }
 
-void nlp_analyse(const fft_ctx_t &fft, const float *near, const float *eBuf, const float *yBuf,
-                 float *dfw, float *efw, float *yfw) {
-    aec_windowed_pair_spectrum(fft, near, dfw);
-    aec_windowed_pair_spectrum(fft, eBuf, efw);
-    aec_windowed_pair_spectrum(fft, yBuf, yfw);
+void nlp_analyse(const fft_ctx_t &fft, float *scratch, const float *near, const float *eBuf,
+                 const float *yBuf, float *dfw, float *efw, float *yfw) {
+    aec_windowed_pair_spectrum(fft, near, scratch, dfw);
+    aec_windowed_pair_spectrum(fft, eBuf, scratch, efw);
+    aec_windowed_pair_spectrum(fft, yBuf, scratch, yfw);
 }
 
 void nlp_update_divergence(const float *sd, const float *se, int16_t *divergeState,
@@ -147,16 +149,12 @@ void nlp_smooth_overdrive(const float *overDrive, bool saturated, float *overDri
 
 void nlp_synthesis(const fft_ctx_t &fft, float *scratch, const float *efw, float *outBuf,
                    float *output) {
-    float *a = scratch;
+    float *spectrum = fft_spectrum_stage(fft);
     // Undo the conjugation the suppression kernel leaves on the spectrum.
-    for (int i = 0; i <= kAecFft; i += 2) {
-        a[i] = efw[i];
-        a[i + 1] = -efw[i + 1];
-    }
-    fft_inverse(fft, a);
+    vec_conjugate(efw, spectrum, kAecBins);
+    float *a = scratch;
+    fft_inverse_to(fft, spectrum, a);
     aec_window_pair(a, a);
-    for (int i = 0; i < kAecBlock; ++i) {
-        output[i] = a[i] + outBuf[i];
-        outBuf[i] = a[kAecBlock + i];
-    }
+    vec_add(a, outBuf, output, kAecBlock);
+    copy_floats(outBuf, &a[kAecBlock], kAecBlock);
 }

@@ -53,9 +53,9 @@ struct nlp_gain_t {
 };
 
 // Windowed spectra of the near-end pair `near`, the error pair `eBuf` and the echo pair `yBuf`
-// into `dfw`, `efw` and `yfw`.
-void nlp_analyse(const fft_ctx_t &fft, const float *near, const float *eBuf, const float *yBuf,
-                 float *dfw, float *efw, float *yfw);
+// into `dfw`, `efw` and `yfw`, each windowed in `scratch` (256 floats) first.
+void nlp_analyse(const fft_ctx_t &fft, float *scratch, const float *near, const float *eBuf,
+                 const float *yBuf, float *dfw, float *efw, float *yfw);
 // Divergence hysteresis on the sums of the smoothed powers `sd` and `se`; while diverged,
 // `efw` is replaced by `dfw`.
 void nlp_update_divergence(const float *sd, const float *se, int16_t *divergeState,
@@ -80,8 +80,8 @@ void nlp_track_minimum(float hNlFbLow, int mult, nlp_minima_t minima, const floa
                        const float *minOverDrive, float *overDrive);
 // The overdrive used (x4 while the near end is `saturated`) and its smoothed value per band.
 void nlp_smooth_overdrive(const float *overDrive, bool saturated, float *overDriveSm);
-// Inverse transform of the conjugated `efw` in `scratch` (258 floats), windowed overlap-add
-// with `outBuf` (128, the previous block's tail) into `output` (128); the new tail stays in
-// `outBuf`.
+// Inverse transform of the conjugated `efw` (prepared in the transform's spectrum stage) into
+// `scratch` (256 floats), windowed overlap-add with `outBuf` (128, the previous block's tail)
+// into `output` (128); the new tail stays in `outBuf`.
 void nlp_synthesis(const fft_ctx_t &fft, float *scratch, const float *efw, float *outBuf,
                    float *output);

@@ -35,7 +35,8 @@ void NonLinearProcessing(aec_workingbuf_t *buf, float *output, unsigned /*channe
     float cohde[kAecBins];
     float cohyd[kAecBins];
 
-    nlp_analyse(fft, near_end_pair(buf), aec->eBuf, aec->yBuf, buf->dfw, buf->efw, buf->yfw);
+    nlp_analyse(fft, buf->fft_aec_buf, near_end_pair(buf), aec->eBuf, aec->yBuf, buf->dfw, buf->efw,
+                buf->yfw);
     VelFuncAec_SmoothPSD(buf, 1);
     nlp_update_divergence(aec->sd, aec->se, &aec->divergeState, buf->dfw, buf->efw);
     coherence(smoothed_spectra(aec), cohde, cohyd);

@@ -1,24 +1,21 @@
 // Square-root Hann windowing of block pairs and their forward transforms into packed spectra.
-// The transform runs in place in the spectrum: the packed result needs only the two floats
-// beyond the 256 samples, so no scratch copy is made.
+// The engine reads the pair (or its windowed copy) and writes the spectrum where it belongs:
+// no copy goes through the transform's own staging.
 #include "core/window.h"
 
 #include "core/aec_state.h"
-#include "dsp/vector_math.h"
+#include "kernels/vector.h"
 
 void aec_window_pair(const float *pair, float *out) {
-    for (int i = 0; i < kAecBlock; ++i) {
-        out[i] = pair[i] * sqrtHanning[i];
-        out[kAecBlock + i] = pair[kAecBlock + i] * sqrtHanning[kAecBlock - i];
-    }
+    vec_window_pair(pair, sqrtHanning, out, kAecBlock);
 }
 
 void aec_pair_spectrum(const fft_ctx_t &fft, const float *pair, float *spectrum) {
-    memcpy_fast(spectrum, pair, kAecFft * sizeof(float));
-    fft_forward(fft, spectrum);
+    fft_forward_to(fft, pair, spectrum);
 }
 
-void aec_windowed_pair_spectrum(const fft_ctx_t &fft, const float *pair, float *spectrum) {
-    aec_window_pair(pair, spectrum);
-    fft_forward(fft, spectrum);
+void aec_windowed_pair_spectrum(const fft_ctx_t &fft, const float *pair, float *scratch,
+                                float *spectrum) {
+    aec_window_pair(pair, scratch);
+    fft_forward_to(fft, scratch, spectrum);
 }

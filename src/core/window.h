@@ -9,7 +9,9 @@
 // i = 0..127. `out` may be `pair` (in place).
 void aec_window_pair(const float *pair, float *out);
 
-// Forward transform of a pair (unwindowed, or windowed first) into the 258-float packed
-// `spectrum`, which must not overlap `pair`.
+// Forward transform of a pair into the 258-float packed `spectrum`, which must not overlap
+// `pair`: unwindowed, or windowed first into `scratch` (256 floats, the instance's transform
+// scratch).
 void aec_pair_spectrum(const fft_ctx_t &fft, const float *pair, float *spectrum);
-void aec_windowed_pair_spectrum(const fft_ctx_t &fft, const float *pair, float *spectrum);
+void aec_windowed_pair_spectrum(const fft_ctx_t &fft, const float *pair, float *scratch,
+                                float *spectrum);

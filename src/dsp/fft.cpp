@@ -22,6 +22,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "kernels/vector.h"
+
 #if defined(QENAEC_FFT_NE10)
 #include <NE10_macros.h>
 #include <dsp/NE10_fft.h>
@@ -113,25 +115,30 @@ bool pair_aligned(const float *p) {
     return (reinterpret_cast<uintptr_t>(p) & 7) == 0;
 }
 
-void run_forward(FFTHandle_t *handle, float *a, int n) {
-    ne10_fft_r2c_cfg_float32_t plan = handle->fft_Ne10_cfg;
-    float *in = a;
-    if (!pair_aligned(a)) {
-        in = signal_stage(plan);
-        memcpy(in, a, sizeof(float) * static_cast<size_t>(n));
+// The engine on the caller's arrays: the complex side may sit anywhere, the real side goes
+// through the stage when it is not 8-byte aligned. Neither entry point writes its input (the
+// inverse's is declared writable only).
+void run_forward(ne10_fft_r2c_cfg_float32_t plan, const float *signal,
+                 ne10_fft_cpx_float32_t *spectrum) {
+    const float *in = signal;
+    if (!pair_aligned(signal)) {
+        float *stage = signal_stage(plan);
+        copy_floats(stage, signal, kAecFft);
+        in = stage;
     }
-    load_entry(ne10_fft_r2c_1d_float32)(handle->fft_Ne10_out, in, plan);
+    load_entry(ne10_fft_r2c_1d_float32)(spectrum, const_cast<float *>(in), plan);
 }
 
-void run_inverse(FFTHandle_t *handle, float *a, int n) {
-    ne10_fft_r2c_cfg_float32_t plan = handle->fft_Ne10_cfg;
-    if (pair_aligned(a)) {
-        load_entry(ne10_fft_c2r_1d_float32)(a, handle->fft_Ne10_out, plan);
+void run_inverse(ne10_fft_r2c_cfg_float32_t plan, const ne10_fft_cpx_float32_t *spectrum,
+                 float *signal) {
+    auto *in = const_cast<ne10_fft_cpx_float32_t *>(spectrum);
+    if (pair_aligned(signal)) {
+        load_entry(ne10_fft_c2r_1d_float32)(signal, in, plan);
         return;
     }
     float *out = signal_stage(plan);
-    load_entry(ne10_fft_c2r_1d_float32)(out, handle->fft_Ne10_out, plan);
-    memcpy(a, out, sizeof(float) * static_cast<size_t>(n));
+    load_entry(ne10_fft_c2r_1d_float32)(out, in, plan);
+    copy_floats(signal, out, kAecFft);
 }
 
 #else
@@ -180,12 +187,14 @@ ne10_fft_r2c_cfg_float32_t build_plan(void *area, size_t bytes, int nfft) {
     return plan;
 }
 
-void run_forward(FFTHandle_t *handle, float *a, int) {
-    load_entry(ne10_fft_r2c_1d_float32)(handle->fft_Ne10_out, a, handle->fft_Ne10_cfg);
+void run_forward(ne10_fft_r2c_cfg_float32_t plan, const float *signal,
+                 ne10_fft_cpx_float32_t *spectrum) {
+    load_entry(ne10_fft_r2c_1d_float32)(spectrum, signal, plan);
 }
 
-void run_inverse(FFTHandle_t *handle, float *a, int) {
-    load_entry(ne10_fft_c2r_1d_float32)(a, handle->fft_Ne10_out, handle->fft_Ne10_cfg);
+void run_inverse(ne10_fft_r2c_cfg_float32_t plan, const ne10_fft_cpx_float32_t *spectrum,
+                 float *signal) {
+    load_entry(ne10_fft_c2r_1d_float32)(signal, spectrum, plan);
 }
 
 #endif
@@ -250,7 +259,7 @@ void VEL_rdft(FFTHandle_t *handle, int n, int isgn, float *a, int *ip, float *w)
             warn_null(handle);
         }
         if (runnable) {
-            run_forward(handle, a, n);
+            run_forward(handle->fft_Ne10_cfg, a, handle->fft_Ne10_out);
             memcpy(a, handle->fft_Ne10_out, bins_bytes);
         }
     } else if (isgn == -1) {
@@ -262,9 +271,19 @@ void VEL_rdft(FFTHandle_t *handle, int n, int isgn, float *a, int *ip, float *w)
             warn_null(handle);
         }
         if (runnable) {
-            run_inverse(handle, a, n);
+            run_inverse(handle->fft_Ne10_cfg, handle->fft_Ne10_out, a);
         }
     }
+}
+
+void fft_forward_to(const fft_ctx_t &fft, const float *signal, float *spectrum) {
+    run_forward(fft.handle->fft_Ne10_cfg, signal,
+                reinterpret_cast<ne10_fft_cpx_float32_t *>(spectrum));
+}
+
+void fft_inverse_to(const fft_ctx_t &fft, const float *spectrum, float *signal) {
+    run_inverse(fft.handle->fft_Ne10_cfg,
+                reinterpret_cast<const ne10_fft_cpx_float32_t *>(spectrum), signal);
 }
 
 void fft_Free(FFTHandle_t *handle) {

@@ -57,11 +57,16 @@ struct fft_ctx_t {
     float *w;
 };
 
-// In place on kAecSpectrum floats: the forward transform (unscaled) of the first kAecFft, and
-// the inverse (scaled by 1/N) of the packed spectrum.
-inline void fft_forward(const fft_ctx_t &fft, float *a) {
-    VEL_rdft(fft.handle, kAecFft, 1, a, fft.ip, fft.w);
-}
-inline void fft_inverse(const fft_ctx_t &fft, float *a) {
-    VEL_rdft(fft.handle, kAecFft, -1, a, fft.ip, fft.w);
+// Out of place on the caller's arrays, with no copy through the handle: the forward transform
+// (unscaled) of the kAecFft samples at `signal` into the packed `spectrum` (kAecSpectrum
+// floats), and the inverse (scaled by 1/N) of `spectrum`, which it leaves as it was, into
+// `signal`. The two must not overlap. A signal the ARM engine cannot take where it is (it
+// reads and writes samples as 8-byte pairs) goes through the stage in the plan area.
+void fft_forward_to(const fft_ctx_t &fft, const float *signal, float *spectrum);
+void fft_inverse_to(const fft_ctx_t &fft, const float *spectrum, float *signal);
+
+// The handle's staging area for a half spectrum (kAecSpectrum floats), free between transforms:
+// where a stage prepares the spectrum it hands to fft_inverse_to.
+inline float *fft_spectrum_stage(const fft_ctx_t &fft) {
+    return &fft.handle->fft_Ne10_out[0].r;
 }

@@ -4,8 +4,10 @@
 // some processors take a slow path for every operation on it.
 //
 // On x86 this sets flush-to-zero and denormals-are-zero in MXCSR (the SSE unit does all of
-// the library's float and double arithmetic there). ARMv7 NEON flushes denormals by itself
-// and the scalar unit of the target handles them at full speed, so elsewhere nothing changes.
+// the library's float and double arithmetic there). On ARMv7 the scalar unit is put in the
+// mode NEON always works in, flush-to-zero and round-to-nearest, so that a loop computes the
+// same bits whether it runs four lanes or one, and element-wise loops can move to NEON as
+// they stand.
 #pragma once
 
 #if defined(__SSE__)
@@ -28,6 +30,17 @@ inline fp_frame_mode_t::fp_frame_mode_t() : saved(_mm_getcsr()) {
 }
 inline fp_frame_mode_t::~fp_frame_mode_t() {
     _mm_setcsr(saved);
+}
+#elif defined(__arm__)
+inline fp_frame_mode_t::fp_frame_mode_t() {
+    constexpr unsigned kFlushToZero = 1u << 24;  // FPSCR.FZ
+    constexpr unsigned kRounding = 3u << 22;     // FPSCR.RMode; 0 is to nearest
+    __asm__ volatile("vmrs %0, fpscr" : "=r"(saved) : : "memory");
+    const unsigned mode = (saved & ~kRounding) | kFlushToZero;
+    __asm__ volatile("vmsr fpscr, %0" : : "r"(mode) : "memory");
+}
+inline fp_frame_mode_t::~fp_frame_mode_t() {
+    __asm__ volatile("vmsr fpscr, %0" : : "r"(saved) : "memory");
 }
 #else
 inline fp_frame_mode_t::fp_frame_mode_t() {}

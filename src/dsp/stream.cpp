@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "diag/log.h"
+#include "kernels/vector.h"
 
 void LoadStreamf(float *input, short *pss_audio_in, int channel_counter, postInfo_t *postInfo) {
     // Callers count stereo channels 1 and 2 as well as 0 and 1; 2 means the first.
@@ -22,24 +23,18 @@ void LoadStreamf(float *input, short *pss_audio_in, int channel_counter, postInf
     const int length = postInfo->length;
     const int bias = postInfo->bias;
     // The newest `bias` samples become the oldest; memmove keeps this defined should the two
-    // ranges ever overlap (they do not at 256/128).
-    memmove(input, input + (length - bias), sizeof(float) * bias);
-    for (int n = length - bias, k = 0; n < length; ++n, ++k) {
-        input[n] = static_cast<float>(channels == 1 ? pss_audio_in[k] : pss_audio_in[2 * k + ch]);
+    // ranges ever overlap (they do not at 256/128, which take the fast copy).
+    if (bias <= length - bias) {
+        copy_floats(input, input + (length - bias), bias);
+    } else {
+        memmove(input, input + (length - bias), sizeof(float) * bias);
     }
+    vec_from_pcm(pss_audio_in, static_cast<int>(channels), ch, &input[length - bias], bias);
 }
 
 void Post_Clipping_Check(float *input, postInfo_t *postInfo, int dbg_level) {
     const int length = postInfo->length;
-    int count = 0;
-    for (int k = 1; k < length; ++k) {
-        const bool high = input[k - 1] == 32767.0f && input[k] == 32767.0f;
-        const bool low = input[k - 1] == -32768.0f && input[k] == -32768.0f;
-        if (high || low) {
-            ++count;
-        }
-    }
-    if (count > length / 3) {
+    if (count_clipped_pairs(input, length) > length / 3) {
         algo_log(dbg_level, ALGO_MSG_WRN, "Warning! The Microphone data is saturate.\t\n");
     }
 }
@@ -49,6 +44,26 @@ void Post_OLA_Process(float *input, float *input2, short *output, postInfo_t *po
     const int channels = static_cast<int>(postInfo->channel_number);
     const int bias = postInfo->bias;
     const bool duplicate = postInfo->flag != 0 && channels == 2;
+    if (input2 == nullptr && channels == 1) {
+        vec_to_pcm(input, &output[bias], length);
+        return;
+    }
+    if (input2 == nullptr) {
+        // Converted a block at a time, then spread over the interleaved channels.
+        constexpr int kChunk = 128;
+        short pcm[kChunk];
+        for (int k0 = 0; k0 < length; k0 += kChunk) {
+            const int n = length - k0 < kChunk ? length - k0 : kChunk;
+            vec_to_pcm(&input[k0], pcm, n);
+            for (int k = 0; k < n; ++k) {
+                output[(k0 + k) * channels + bias] = pcm[k];
+                if (duplicate) {
+                    output[(k0 + k) * channels + bias + 1] = pcm[k];
+                }
+            }
+        }
+        return;
+    }
     for (int k = 0; k < length; ++k) {
         const float t = input2 != nullptr ? input[k] + input2[k] : input[k];
         const short s = saturate_to_pcm(t);

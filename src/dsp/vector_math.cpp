@@ -22,33 +22,12 @@ uintptr_t get_align_pedding(const void *address, size_t align) {
     return align - (reinterpret_cast<uintptr_t>(address) & (align - 1));
 }
 
-namespace {
-
-void copy_bytes(unsigned char *dst, const unsigned char *src, size_t n) {
-    for (size_t k = 0; k < n; ++k) {
-        dst[k] = src[k];
-    }
-}
-
-}  // namespace
-
+// Every copy goes in 64-byte NEON steps on ARMv7 whatever its size and alignment: the steps
+// take any alignment, and a plain or libc copy costs several times the instructions. Only
+// the bytes copied matter.
 void *memcpy_fast(void *destination, const void *source, size_t num) {
-    auto *dst = static_cast<unsigned char *>(destination);
-    const auto *src = static_cast<const unsigned char *>(source);
-    if (num <= 255 || !is_both_address_align_to(dst, src, 4)) {
-        copy_bytes(dst, src, num);
-        return destination;
-    }
-    // A destination already on a 64-byte boundary still copies a full 64-byte head.
-    const size_t head = get_align_pedding(dst, 64);
-    copy_bytes(dst, src, head);
-    dst += head;
-    src += head;
-    const size_t rest = num - head;
-    // The prefetch distance depends only on where the source sits in its cache line.
-    const size_t prefetch = (reinterpret_cast<uintptr_t>(src) & 63) < 32 ? 192 : 204;
-    copy_64byte_blocks(dst, src, rest / 64, prefetch);
-    copy_bytes(dst + rest / 64 * 64, src + rest / 64 * 64, rest % 64);
+    copy_bytes_fast(static_cast<unsigned char *>(destination),
+                    static_cast<const unsigned char *>(source), num);
     return destination;
 }
 

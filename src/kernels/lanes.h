@@ -24,12 +24,21 @@ constexpr int grouped_bins(int bins) {
 template <typename Body>
 inline void for_each_bin(int bins, Body &&body) {
     const int grouped = grouped_bins(bins);
+    // Two groups a step where they fit: the loop's own instructions are a large part of a
+    // short body. The groups still go in order.
+#pragma GCC unroll 2
     for (int k = 0; k < grouped; k += 4) {
         body(k, float32x4_t{});
     }
     for (int k = grouped; k < bins; ++k) {
         body(k, 0.0f);
     }
+}
+
+// The same walk over the n elements of a sample block or any plain array.
+template <typename Body>
+inline void for_each_element(int n, Body &&body) {
+    for_each_bin(n, static_cast<Body &&>(body));
 }
 
 template <typename V>
@@ -47,6 +56,19 @@ inline void store(float *p, float v) {
 }
 inline void store(float *p, float32x4_t v) {
     vst1q_f32(p, v);
+}
+
+// p[0], p[-1], p[-2], p[-3]: four elements read downwards, as a window's falling half.
+template <typename V>
+V load_reversed(const float *p);
+template <>
+inline float load_reversed<float>(const float *p) {
+    return *p;
+}
+template <>
+inline float32x4_t load_reversed<float32x4_t>(const float *p) {
+    const float32x4_t v = vrev64q_f32(vld1q_f32(p - 3));
+    return vcombine_f32(vget_high_f32(v), vget_low_f32(v));
 }
 
 template <typename V>
@@ -177,6 +199,23 @@ inline float divide(float a, float b) {
 }
 inline float32x4_t divide(float32x4_t a, float32x4_t b) {
     return vdivq_f32(a, b);
+}
+// a / b exactly in both widths, where the formula needs the correctly rounded quotient: ARMv7
+// divides lane by lane in the scalar unit.
+inline float divide_exactly(float a, float b) {
+    return a / b;
+}
+inline float32x4_t divide_exactly(float32x4_t a, float32x4_t b) {
+#if QENAEC_NATIVE_NEON
+    float32x4_t q = a;
+    q = vsetq_lane_f32(vgetq_lane_f32(a, 0) / vgetq_lane_f32(b, 0), q, 0);
+    q = vsetq_lane_f32(vgetq_lane_f32(a, 1) / vgetq_lane_f32(b, 1), q, 1);
+    q = vsetq_lane_f32(vgetq_lane_f32(a, 2) / vgetq_lane_f32(b, 2), q, 2);
+    q = vsetq_lane_f32(vgetq_lane_f32(a, 3) / vgetq_lane_f32(b, 3), q, 3);
+    return q;
+#else
+    return a / b;  // the emulation's vector type divides exactly, lane by lane
+#endif
 }
 inline float power(float a, float b) {
     return static_cast<float>(std::pow(static_cast<double>(a), static_cast<double>(b)));

@@ -4,6 +4,7 @@
 #include "kernels/spectral.h"
 
 #include "kernels/lanes.h"
+#include "kernels/vector.h"
 
 using namespace lanes;
 
@@ -11,6 +12,17 @@ void PowerSpectrum_Neon(const float *X, float *ps, int length) {
     for_each_bin(length / 2, [&](int k, auto lane) {
         using V = decltype(lane);
         const complex_t<V> x = load_complex<V>(X + 2 * k);
+        store(ps + k, mla(mul(x.re, x.re), x.im, x.im));
+    });
+}
+
+void ScaledPowerSpectrum(float *X, float s, float *ps, int length) {
+    for_each_bin(length / 2, [&](int k, auto lane) {
+        using V = decltype(lane);
+        complex_t<V> x = load_complex<V>(X + 2 * k);
+        x.re = mul(x.re, splat<V>(s));
+        x.im = mul(x.im, splat<V>(s));
+        store_complex(X + 2 * k, x);
         store(ps + k, mla(mul(x.re, x.re), x.im, x.im));
     });
 }
@@ -29,9 +41,7 @@ inline float32x4x2_t mul_accum4(float32x4x2_t s, const float *x, const float *y)
 }  // namespace
 
 void SpectralMulAccum_Neon(const float *X, const float *Y, float *acc, int N, int M) {
-    for (int j = 0; j < N; ++j) {
-        acc[j] = 0.0f;
-    }
+    zero_floats(acc, N);
     const int groups_end = 2 * grouped_bins(N / 2);
     // The tail's imaginary terms land on floats 1..M. The groups holding those floats, and the
     // tail itself, go partition by partition so that every float sees its additions in the
@@ -52,6 +62,8 @@ void SpectralMulAccum_Neon(const float *X, const float *Y, float *acc, int N, in
     }
     for (int j = ordered_end; j < groups_end; j += 8) {
         float32x4x2_t s = {{vdupq_n_f32(0.0f), vdupq_n_f32(0.0f)}};
+        // Still one partition after another; unrolled only to spare the loop's own steps.
+#pragma GCC unroll 4
         for (int i = 0; i < M; ++i) {
             s = mul_accum4(s, X + i * N + j, Y + i * N + j);
         }
@@ -59,16 +71,38 @@ void SpectralMulAccum_Neon(const float *X, const float *Y, float *acc, int N, in
     }
 }
 
+namespace {
+
+// The bins from k on of conj(X) * Y, each scaled by w[k] * p (the products rounded in this
+// order).
+template <typename V>
+inline complex_t<V> weighted_conj_product(const float *w, float p, const float *X, const float *Y,
+                                          int k) {
+    const V pw = mul(load<V>(w + k), splat<V>(p));
+    const complex_t<V> a = load_complex<V>(X + 2 * k);
+    const complex_t<V> b = load_complex<V>(Y + 2 * k);
+    const V re = mla(mul(a.re, b.re), a.im, b.im);
+    const V im = mls(mul(a.re, b.im), a.im, b.re);
+    return {mul(pw, re), mul(pw, im)};
+}
+
+}  // namespace
+
 void WeightedSpectralMulConj_Neon(const float *w, const float p, const float *X, const float *Y,
                                   float *prod, int N) {
     for_each_bin(N / 2, [&](int k, auto lane) {
         using V = decltype(lane);
-        const V pw = mul(load<V>(w + k), splat<V>(p));
-        const complex_t<V> a = load_complex<V>(X + 2 * k);
-        const complex_t<V> b = load_complex<V>(Y + 2 * k);
-        const V re = mla(mul(a.re, b.re), a.im, b.im);
-        const V im = mls(mul(a.re, b.im), a.im, b.re);
-        store_complex(prod + 2 * k, complex_t<V>{mul(pw, re), mul(pw, im)});
+        store_complex(prod + 2 * k, weighted_conj_product<V>(w, p, X, Y, k));
+    });
+}
+
+void WeightedSpectralMulConjAccum(const float *w, float p, const float *X, const float *Y,
+                                  float *acc, int N) {
+    for_each_bin(N / 2, [&](int k, auto lane) {
+        using V = decltype(lane);
+        const complex_t<V> prod = weighted_conj_product<V>(w, p, X, Y, k);
+        const complex_t<V> sum = load_complex<V>(acc + 2 * k);
+        store_complex(acc + 2 * k, complex_t<V>{add(sum.re, prod.re), add(sum.im, prod.im)});
     });
 }
 

@@ -84,12 +84,6 @@ struct mdf_borrowed_t {
     float *Y;         // echo-estimate spectrum, kAecSpectrum (instance yf)
 };
 
-// The instance's transform and the scratch of the inverse (kAecSpectrum floats, fft_aec_buf).
-struct mdf_transform_t {
-    fft_ctx_t fft;
-    float *scratch;
-};
-
 // Set-up (init steps 1 to 11, at `rate`) and divergence reset of the state and the weights W;
 // the reset also clears the error spectrum E. Both clear only N x M floats of the weights: the
 // last 16 keep what they held.
@@ -102,16 +96,22 @@ int mdf_control(MdfEchoState *st, int *sampFreq, int request, int *value);
 // One frame: `in` and `far_end` (128 samples each) in, the residual into `out` and the
 // background filter's echo estimate into `estimated_echo` (128 each). Counter overflows are
 // reported at error level of `dbg_level`.
-void mdf_step(MdfEchoState *st, const mdf_borrowed_t &borrowed, const mdf_transform_t &transform,
-              int dbg_level, const float *in, const float *far_end, float *out,
-              float *estimated_echo);
+void mdf_step(MdfEchoState *st, const mdf_borrowed_t &borrowed, const fft_ctx_t &fft, int dbg_level,
+              const float *in, const float *far_end, float *out, float *estimated_echo);
 
 // The transform pair on the filter's 1/256 spectrum scale: forward into the 258 floats of
-// `frequency_domain` (which may not overlap `time_domain`), inverse into 256 floats through the
-// scratch. The inverse of the forward of a block returns the block.
+// `frequency_domain`, inverse into the 256 floats of `time_domain` (the two may not overlap),
+// the inverse's spectrum scaled into the transform's spectrum stage. The inverse of the
+// forward of a block returns the block.
 void mdf_forward(const fft_ctx_t &fft, const float *time_domain, float *frequency_domain);
-void mdf_inverse(const mdf_transform_t &transform, const float *frequency_domain,
-                 float *time_domain);
+void mdf_inverse(const fft_ctx_t &fft, const float *frequency_domain, float *time_domain);
+// mdf_inverse for a caller that reads only the upper 128 samples: those come out the same,
+// the lower half stays on the engine's scale (1/256 of mdf_inverse's).
+void mdf_inverse_upper(const fft_ctx_t &fft, const float *frequency_domain, float *time_domain);
+// The gradient constraint of one partition of W (258 floats) through `wtmp` (256): the
+// partition's impulse response with its upper half cleared, transformed back, bit for bit as
+// mdf_forward(mdf_inverse(W)) with the upper half cleared between them.
+void mdf_constrain(const fft_ctx_t &fft, float *W, float *wtmp);
 
 void filter_dc_notch16(const mdf_word16_t *in, mdf_word16_t radius, mdf_word16_t *out, int len,
                        mdf_mem_t *mem, unsigned short channel);

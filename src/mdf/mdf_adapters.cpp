@@ -1,7 +1,7 @@
 // The adaptive filter's documented entry points. Each is an adapter: it picks out of the
 // instance the state record (mdf_workingbuff), the arrays the filter borrows (weights W and
 // far-end power Xf, error and echo buffers e and y of the core state; spectra E and Y of the
-// instance), the transform with its scratch, and the message level, and calls the array
+// instance), the transform, and the message level, and calls the array
 // functions of mdf_state.cpp, mdf_echo.cpp and mdf_helpers.cpp.
 #include "instance.h"
 #include "mdf/mdf.h"
@@ -11,10 +11,6 @@ namespace {
 mdf_borrowed_t borrowed(aec_workingbuf_t *buf) {
     aec_t *aec = &buf->aec_inst;
     return {aec->wfBuf, buf->ef, aec->xPow, aec->eBuf, aec->yBuf, buf->yf};
-}
-
-mdf_transform_t transform(aec_workingbuf_t *buf) {
-    return {instance_fft(buf), buf->fft_aec_buf};
 }
 
 }  // namespace
@@ -38,8 +34,8 @@ int mdf_echo_ctl(aec_workingbuf_t *buf, int request, void *ptr) {
 void mdf_echo_cancellation(aec_workingbuf_t *buf, mdf_word16_t *in, mdf_word16_t * /*in_ch2*/,
                            mdf_word16_t *far_end, mdf_word16_t *out, mdf_word16_t * /*out_ch2*/,
                            mdf_word16_t *estimated_echo, mdf_word16_t * /*estimated_echo_ch2*/) {
-    mdf_step(&buf->mdf_workingbuff, borrowed(buf), transform(buf), buf->dbg_level, in, far_end, out,
-             estimated_echo);
+    mdf_step(&buf->mdf_workingbuff, borrowed(buf), instance_fft(buf), buf->dbg_level, in, far_end,
+             out, estimated_echo);
 }
 
 void fft_wrap(aec_workingbuf_t *buf, float *time_domain, float *frquency_domain) {
@@ -47,5 +43,5 @@ void fft_wrap(aec_workingbuf_t *buf, float *time_domain, float *frquency_domain)
 }
 
 void ifft_wrap(aec_workingbuf_t *buf, float *frquency_domain, float *time_domain) {
-    mdf_inverse(transform(buf), frquency_domain, time_domain);
+    mdf_inverse(instance_fft(buf), frquency_domain, time_domain);
 }

@@ -10,6 +10,8 @@
 #include "diag/log.h"
 #include "dsp/vector_math.h"
 #include "kernels/spectral.h"
+#include "kernels/step_control.h"
+#include "kernels/vector.h"
 #include "mdf/mdf.h"
 
 namespace {
@@ -47,18 +49,10 @@ void advance_cancel_count(int dbg_level, MdfEchoState *st) {
 // the upper half of st->x.
 void preprocess(MdfEchoState *st, const float *in, const float *far_end) {
     filter_dc_notch16(in, st->notch_radius, st->input, kAecBlock, st->notch_mem, 1);
-    const float preemph = st->preemph;
-    st->x[kAecBlock] = far_end[0] - preemph * st->memX;
-    for (int i = 1; i < kAecBlock; ++i) {
-        st->x[kAecBlock + i] = far_end[i] - preemph * far_end[i - 1];
-    }
+    vec_preemphasis(far_end, st->memX, st->preemph, &st->x[kAecBlock], kAecBlock);
     st->memX = far_end[kAecBlock - 1];
-    float memD = st->memD;
-    for (int i = 0; i < kAecBlock; ++i) {
-        const float d = st->input[i];
-        st->input[i] = d - preemph * memD;
-        memD = d;
-    }
+    const float memD = st->input[kAecBlock - 1];
+    vec_preemphasis(st->input, st->memD, st->preemph, st->input, kAecBlock);
     st->memD = memD;
 }
 
@@ -67,38 +61,34 @@ float advance_far_end(const fft_ctx_t &fft, MdfEchoState *st) {
     // Only N floats of each spectrum move: the Nyquist pairs of spectra 1..8 keep their old
     // values. Intended; the ring has always been shifted this way.
     for (int j = kAecPartitions - 1; j >= 0; --j) {
-        memmove(st->X + (j + 1) * kAecSpectrum, st->X + j * kAecSpectrum, sizeof(float) * kAecFft);
+        copy_floats(st->X + (j + 1) * kAecSpectrum, st->X + j * kAecSpectrum, kAecFft);
     }
     mdf_forward(fft, st->x, st->X);
     // last_y holds the far-end pair until adaptation has been reached and it is shifted.
-    memcpy(st->last_y, st->x, sizeof(float) * kAecFft);
+    copy_floats(st->last_y, st->x, kAecFft);
     const float Sxx = dot(st->x + kAecBlock, st->x + kAecBlock);
-    memcpy(st->x, st->x + kAecBlock, sizeof(float) * kAecBlock);
+    copy_floats(st->x, st->x + kAecBlock, kAecBlock);
     return Sxx;
 }
 
 // Foreground echo spectrum into Y, its error into e[0..127] (the echo estimate itself in
 // e[128..255]); returns Sff.
-float foreground_error(MdfEchoState *st, float *Y, float *e, const mdf_transform_t &t) {
+float foreground_error(MdfEchoState *st, float *Y, float *e, const fft_ctx_t &fft) {
     VelFunc_SpectralMulAccum(st->X, st->foreground, Y, kAecSpectrum, kAecPartitions);
-    mdf_inverse(t, Y, e);
-    for (int i = 0; i < kAecBlock; ++i) {
-        e[i] = st->input[i] - e[kAecBlock + i];
-    }
+    mdf_inverse_upper(fft, Y, e);
+    vec_sub(st->input, &e[kAecBlock], e, kAecBlock);
     return dot(e, e);
 }
 
 // One gradient step of the background filter W with the previous frame's error spectrum E,
 // then the constraint of partition 0 and of the partition whose turn it is.
-void adapt_background(MdfEchoState *st, float *W, const float *E, const mdf_transform_t &t) {
+void adapt_background(MdfEchoState *st, float *W, const float *E, const fft_ctx_t &fft) {
     mdf_adjust_prop(W, kAecSpectrum, kAecPartitions, st->prop);
     if (st->saturated == 0) {
         for (int j = kAecPartitions - 1; j >= 0; --j) {
-            VelFunc_WeightedSpectralMulConj(
-                st->power_1, st->prop[j], st->X + (j + 1) * kAecSpectrum, E, st->PHI, kAecSpectrum);
-            for (int i = 0; i < kAecSpectrum; ++i) {
-                W[j * kAecSpectrum + i] += st->PHI[i];
-            }
+            // Each partition's update goes straight into it; PHI is not needed as a stage.
+            WeightedSpectralMulConjAccum(st->power_1, st->prop[j], st->X + (j + 1) * kAecSpectrum,
+                                         E, W + j * kAecSpectrum, kAecSpectrum);
         }
     } else {
         st->saturated--;
@@ -107,9 +97,7 @@ void adapt_background(MdfEchoState *st, float *W, const float *E, const mdf_tran
         if (!mdf_constrains_partition(st->cancel_count, j)) {
             continue;
         }
-        mdf_inverse(t, W + j * kAecSpectrum, st->wtmp);
-        memset(st->wtmp + kAecBlock, 0, sizeof(float) * kAecBlock);
-        mdf_forward(t.fft, st->wtmp, W + j * kAecSpectrum);
+        mdf_constrain(fft, W + j * kAecSpectrum, st->wtmp);
     }
 }
 
@@ -117,17 +105,13 @@ void adapt_background(MdfEchoState *st, float *W, const float *E, const mdf_tran
 // Dbf, background error into e[0..127] and its energy See. The echo estimate that leaves the
 // step is taken here.
 void background_error(const MdfEchoState *st, const float *W, float *Y, float *e, float *y,
-                      const mdf_transform_t &t, float *estimated_echo, frame_sums_t *s) {
+                      const fft_ctx_t &fft, float *estimated_echo, frame_sums_t *s) {
     VelFunc_SpectralMulAccum(st->X, W, Y, kAecSpectrum, kAecPartitions);
-    mdf_inverse(t, Y, y);
-    for (int i = 0; i < kAecBlock; ++i) {
-        e[i] = e[kAecBlock + i] - y[kAecBlock + i];
-    }
+    mdf_inverse_upper(fft, Y, y);
+    vec_sub(&e[kAecBlock], &y[kAecBlock], e, kAecBlock);
     s->Dbf = 10 + dot(e, e);
-    for (int i = 0; i < kAecBlock; ++i) {
-        e[i] = st->input[i] - y[kAecBlock + i];
-    }
-    memcpy(estimated_echo, y + kAecBlock, sizeof(float) * kAecBlock);
+    vec_sub(st->input, &y[kAecBlock], e, kAecBlock);
+    copy_floats(estimated_echo, y + kAecBlock, kAecBlock);
     s->See = dot(e, e);
 }
 
@@ -152,23 +136,19 @@ void choose_filter(MdfEchoState *st, float *W, float *e, float *y, frame_sums_t 
                         st->Davg2 * std::fabs(st->Davg2) > 0.25f * st->Dvar2;
     if (update) {
         clear_difference_stats(st);
-        memcpy(st->foreground, W, sizeof(float) * kAecPartitioned);
+        copy_floats(st->foreground, W, kAecPartitioned);
         // Cross-fade from the old foreground's output into the new one's.
-        for (int i = 0; i < kAecBlock; ++i) {
-            e[kAecBlock + i] =
-                st->window[kAecBlock + i] * e[kAecBlock + i] + st->window[i] * y[kAecBlock + i];
-        }
+        vec_crossfade(&st->window[kAecBlock], &e[kAecBlock], st->window, &y[kAecBlock],
+                      &e[kAecBlock], kAecBlock);
         return;
     }
     const bool reset = (-d) * std::fabs(d) > 4 * Sff * Dbf ||
                        (-st->Davg1) * std::fabs(st->Davg1) > 4 * st->Dvar1 ||
                        (-st->Davg2) * std::fabs(st->Davg2) > 4 * st->Dvar2;
     if (reset) {
-        memcpy(W, st->foreground, sizeof(float) * kAecPartitioned);
-        memcpy(y + kAecBlock, e + kAecBlock, sizeof(float) * kAecBlock);
-        for (int i = 0; i < kAecBlock; ++i) {
-            e[i] = st->input[i] - y[kAecBlock + i];
-        }
+        copy_floats(W, st->foreground, kAecPartitioned);
+        copy_floats(y + kAecBlock, e + kAecBlock, kAecBlock);
+        vec_sub(st->input, &y[kAecBlock], e, kAecBlock);
         s->See = Sff;
         clear_difference_stats(st);
     }
@@ -176,11 +156,13 @@ void choose_filter(MdfEchoState *st, float *W, float *e, float *y, frame_sums_t 
 
 // Residual with de-emphasis, clamped to 16 bits; the clamped value feeds the de-emphasis.
 void write_output(MdfEchoState *st, const float *e, float *out) {
+    // The differences first, four at a time; the recursion then runs on them in `out`.
+    vec_sub(st->input, &e[kAecBlock], out, kAecBlock);
     // A local memory: `out` could alias the state, so st->memE would be stored every sample.
     const float preemph = st->preemph;
     float memE = st->memE;
     for (int i = 0; i < kAecBlock; ++i) {
-        float tmp_out = (st->input[i] - e[kAecBlock + i]) + preemph * memE;
+        float tmp_out = out[i] + preemph * memE;
         if (tmp_out > 32767) {
             tmp_out = 32767;
         } else if (tmp_out < -32768) {
@@ -194,8 +176,8 @@ void write_output(MdfEchoState *st, const float *e, float *out) {
 
 // Moves the error into e[128..255] and measures Sey, Syy and Sdd.
 void frame_energies(MdfEchoState *st, float *e, float *y, frame_sums_t *s) {
-    memcpy(e + kAecBlock, e, sizeof(float) * kAecBlock);
-    memset(e, 0, sizeof(float) * kAecBlock);
+    copy_floats(e + kAecBlock, e, kAecBlock);
+    zero_floats(e, kAecBlock);
     s->Sey = dot(e + kAecBlock, y + kAecBlock);
     s->Syy = dot(y + kAecBlock, y + kAecBlock);
     s->Sdd = dot(st->input, st->input);
@@ -226,32 +208,23 @@ bool diverged(int dbg_level, MdfEchoState *st, const frame_sums_t &s, float *out
 // far-end power Xf and its smoothed value.
 void frame_spectra(MdfEchoState *st, const float *e, float *y, float *E, float *Y, float *Xf,
                    const fft_ctx_t &fft) {
-    mdf_forward(fft, e, E);
-    memset(y, 0, sizeof(float) * kAecBlock);
-    mdf_forward(fft, y, Y);
-    VelFunAec_PowerSpectrum(E, st->Rf, kAecSpectrum);
-    VelFunAec_PowerSpectrum(Y, st->Yf, kAecSpectrum);
+    // mdf_forward's 1/256 is applied in the pass that takes each power spectrum.
+    fft_forward_to(fft, e, E);
+    zero_floats(y, kAecBlock);
+    fft_forward_to(fft, y, Y);
+    ScaledPowerSpectrum(E, 1.0f / kAecFft, st->Rf, kAecSpectrum);
+    ScaledPowerSpectrum(Y, 1.0f / kAecFft, st->Yf, kAecSpectrum);
     VelFunAec_PowerSpectrum(st->X, Xf, kAecSpectrum);
-    const float ss = static_cast<float>(0.35 / kAecPartitions);
-    for (int i = 0; i < kAecBins; ++i) {
-        st->power[i] = (1 - ss) * st->power[i] + 1 + ss * Xf[i];
-    }
+    smooth_far_power(st->power, Xf, static_cast<float>(0.35 / kAecPartitions), kAecBins);
 }
 
 // Correlation of error and echo-estimate power fluctuations gives the leak of the echo into
 // the residual.
 void update_leak(MdfEchoState *st, const frame_sums_t &s) {
+    // Summed from the top bin down, as the filter has always done.
     float Pey = 1.0f;
     float Pyy = 1.0f;
-    const float a = st->spec_average;
-    for (int j = kAecBins - 1; j >= 0; --j) {
-        const float Eh = st->Rf[j] - st->Eh[j];
-        const float Yh = st->Yf[j] - st->Yh[j];
-        Pey += Eh * Yh;
-        Pyy += Yh * Yh;
-        st->Eh[j] = (1 - a) * st->Eh[j] + a * st->Rf[j];
-        st->Yh[j] = (1 - a) * st->Yh[j] + a * st->Yf[j];
-    }
+    leak_sums(st->Rf, st->Yf, st->spec_average, st->Eh, st->Yh, kAecBins, &Pey, &Pyy);
     Pyy = std::sqrt(Pyy);
     Pey = Pey / Pyy;
 
@@ -297,14 +270,8 @@ void update_step_sizes(MdfEchoState *st, const frame_sums_t &s, float RER) {
         st->adapted = 1;
     }
     if (st->adapted) {
-        for (int i = 0; i < kAecBins; ++i) {
-            float r = st->leak_estimate * st->Yf[i];
-            const float e = st->Rf[i] + 1;
-            if (r > 0.5f * e) {
-                r = 0.5f * e;
-            }
-            st->power_1[i] = (0.7f * r + 0.3f * RER * e) / ((st->power[i] + 10) * e);
-        }
+        step_sizes_adapted(st->Rf, st->Yf, st->power, st->leak_estimate, RER, st->power_1,
+                           kAecBins);
         return;
     }
     float adapt_rate = 0;
@@ -316,24 +283,22 @@ void update_step_sizes(MdfEchoState *st, const frame_sums_t &s, float RER) {
         adapt_rate = tmp32 / s.See;
     }
     // Runs on a quiet far end too, so the step sizes drop to 0 there.
-    for (int i = 0; i < kAecBins; ++i) {
-        st->power_1[i] = adapt_rate / (st->power[i] + 10);
-    }
+    step_sizes_fixed(st->power, adapt_rate, st->power_1, kAecBins);
     st->sum_adapt += adapt_rate;
 }
 
 }  // namespace
 
-void mdf_step(MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &t, int dbg_level,
+void mdf_step(MdfEchoState *st, const mdf_borrowed_t &b, const fft_ctx_t &fft, int dbg_level,
               const float *in, const float *far_end, float *out, float *estimated_echo) {
     frame_sums_t s;
 
     advance_cancel_count(dbg_level, st);
     preprocess(st, in, far_end);
-    s.Sxx = advance_far_end(t.fft, st);
-    s.Sff = foreground_error(st, b.Y, b.e, t);
-    adapt_background(st, b.W, b.E, t);
-    background_error(st, b.W, b.Y, b.e, b.y, t, estimated_echo, &s);
+    s.Sxx = advance_far_end(fft, st);
+    s.Sff = foreground_error(st, b.Y, b.e, fft);
+    adapt_background(st, b.W, b.E, fft);
+    background_error(st, b.W, b.Y, b.e, b.y, fft, estimated_echo, &s);
     choose_filter(st, b.W, b.e, b.y, &s);
     write_output(st, b.e, out);
     frame_energies(st, b.e, b.y, &s);
@@ -348,14 +313,12 @@ void mdf_step(MdfEchoState *st, const mdf_borrowed_t &b, const mdf_transform_t &
     if (s.See < 25600.0f) {
         s.See = 25600.0f;
     }
-    frame_spectra(st, b.e, b.y, b.E, b.Y, b.Xf, t.fft);
+    frame_spectra(st, b.e, b.y, b.E, b.Y, b.Xf, fft);
     update_leak(st, s);
     update_step_sizes(st, s, residual_to_error_ratio(st, s));
 
     if (st->adapted) {
-        memcpy(st->last_y, st->last_y + kAecBlock, sizeof(float) * kAecBlock);
-        for (int i = 0; i < kAecBlock; ++i) {
-            st->last_y[kAecBlock + i] = in[i] - out[i];
-        }
+        copy_floats(st->last_y, st->last_y + kAecBlock, kAecBlock);
+        vec_sub(in, out, &st->last_y[kAecBlock], kAecBlock);
     }
 }

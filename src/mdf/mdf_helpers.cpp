@@ -4,11 +4,13 @@
 #include <cmath>
 #include <cstring>
 
+#include "kernels/step_control.h"
+#include "kernels/vector.h"
 #include "mdf/mdf.h"
 
 namespace {
 
-constexpr int kPropBatch = 8;  // partitions whose energies are summed side by side
+constexpr int kPropBatch = 8;  // partitions whose energies are summed in one call
 
 }  // namespace
 
@@ -34,19 +36,9 @@ void mdf_adjust_prop(const mdf_word32_t *W, int N, int M, mdf_word16_t *prop) {
     // Both sums start at 1, so the weights add up to a little less than 0.99.
     float max_sum = 1.0f;
     for (int i0 = 0; i0 < M; i0 += kPropBatch) {
-        // Several partitions' energies advance side by side, each summed in its own order,
-        // so the additions do not wait on one another.
         const int count = M - i0 < kPropBatch ? M - i0 : kPropBatch;
         float tmp[kPropBatch];
-        for (int k = 0; k < count; ++k) {
-            tmp[k] = 1.0f;
-        }
-        for (int j = 0; j < N; ++j) {
-            for (int k = 0; k < count; ++k) {
-                const float w = W[(i0 + k) * N + j];
-                tmp[k] += w * w;
-            }
-        }
+        partition_energies(W + i0 * N, N, count, tmp);
         for (int k = 0; k < count; ++k) {
             prop[i0 + k] = static_cast<float>(std::sqrt(static_cast<double>(tmp[k])));
         }
@@ -71,25 +63,32 @@ bool mdf_constrains_partition(unsigned cancel_count, int j) {
     return j == 0 || static_cast<int>(cancel_count % 7) == j - 1;
 }
 
-// The transform runs in place in the destination (258 floats), and the 1/256 is a scale by
-// 2^-8, which gives the same bits as the division.
+// The 1/256 is a scale by 2^-8, which gives the same bits as the division.
 void mdf_forward(const fft_ctx_t &fft, const float *time_domain, float *frequency_domain) {
-    float *a = frequency_domain;
-    memcpy(a, time_domain, sizeof(float) * kAecFft);
-    fft_forward(fft, a);
-    for (int i = 0; i < kAecSpectrum; ++i) {
-        a[i] *= 1.0f / kAecFft;
-    }
+    fft_forward_to(fft, time_domain, frequency_domain);
+    vec_scale(frequency_domain, 1.0f / kAecFft, frequency_domain, kAecSpectrum);
 }
 
-// The time block has no room for the two extra floats, so the inverse runs in the scratch; the
-// scaling is folded into the copy into it.
-void mdf_inverse(const mdf_transform_t &transform, const float *frequency_domain,
-                 float *time_domain) {
-    float *a = transform.scratch;
-    for (int i = 0; i < kAecSpectrum; ++i) {
-        a[i] = frequency_domain[i] * kAecFft;
-    }
-    fft_inverse(transform.fft, a);
-    memcpy(time_domain, a, sizeof(float) * kAecFft);
+// The scaling is folded into the copy into the spectrum stage, before the inverse.
+void mdf_inverse(const fft_ctx_t &fft, const float *frequency_domain, float *time_domain) {
+    float *a = fft_spectrum_stage(fft);
+    vec_scale(frequency_domain, static_cast<float>(kAecFft), a, kAecSpectrum);
+    fft_inverse_to(fft, a, time_domain);
+}
+
+// The engine's 1/N and the 256 of mdf_inverse are both powers of two, which leave every
+// rounding in between as it is; so the 256 may as well come after the transform, on the half
+// that is read.
+void mdf_inverse_upper(const fft_ctx_t &fft, const float *frequency_domain, float *time_domain) {
+    fft_inverse_to(fft, frequency_domain, time_domain);
+    vec_scale(&time_domain[kAecBlock], static_cast<float>(kAecFft), &time_domain[kAecBlock],
+              kAecBlock);
+}
+
+// The 256 before the inverse and the 1/256 after the forward cancel for the same reason:
+// the impulse response stays on the engine's scale between the transforms.
+void mdf_constrain(const fft_ctx_t &fft, float *W, float *wtmp) {
+    fft_inverse_to(fft, W, wtmp);
+    zero_floats(&wtmp[kAecBlock], kAecBlock);
+    fft_forward_to(fft, wtmp, W);
 }

@@ -273,35 +273,57 @@ TEST_F(Dumps, SwitchingOffAndOnTruncatesAndTheDefaultDirectoryIsCurrent) {
     EXPECT_EQ(file("far_end", 0), Pcm(rec.far.begin(), rec.far.begin() + 128));
 }
 
-// The run functions hand the caller's floating-point mode back (rounding, x86 MXCSR controls).
+// The floating-point control register (x86 MXCSR, ARMv7 FPSCR), its flush-to-zero bits and
+// its flag bits, which ordinary arithmetic sets and which are therefore not compared.
+#if defined(__SSE__)
+unsigned fp_register() {
+    return _mm_getcsr();
+}
+void set_fp_register(unsigned v) {
+    _mm_setcsr(v);
+}
+constexpr unsigned kFlush = 0x8040u;  // FTZ and DAZ
+constexpr unsigned kFlags = 0x3Fu;    // exception flags
+#elif defined(__arm__)
+unsigned fp_register() {
+    unsigned v;
+    __asm__ volatile("vmrs %0, fpscr" : "=r"(v));
+    return v;
+}
+void set_fp_register(unsigned v) {
+    __asm__ volatile("vmsr fpscr, %0" : : "r"(v));
+}
+constexpr unsigned kFlush = 1u << 24;     // FZ
+constexpr unsigned kFlags = 0xF80000FFu;  // comparison and cumulative exception flags
+#else
+unsigned fp_register() {
+    return 0;
+}
+void set_fp_register(unsigned) {}
+constexpr unsigned kFlush = 0;
+constexpr unsigned kFlags = 0;
+#endif
+
+// The run functions hand the caller's floating-point mode back (rounding, the control bits).
 TEST(Lifecycle, RunFunctionsRestoreTheCallersFloatingPointMode) {
     const testkit::Recording rec = scene({16000, 1, 1}, 0.05);
     const testkit::Instance aec;
     const int saved = fegetround();
-#if defined(__SSE__)
-    const unsigned saved_csr = _mm_getcsr();
-#endif
+    const unsigned saved_register = fp_register();
     for (int setup = 0; setup < 3; ++setup) {
         fesetround(setup == 0 ? FE_TONEAREST : FE_UPWARD);
-#if defined(__SSE__)
-        const unsigned csr = _mm_getcsr();
-        _mm_setcsr(setup == 2 ? csr | 0x8040u : csr & ~0x8040u);
-        const unsigned bits = _mm_getcsr() & ~0x3Fu;  // without the exception flags
-#endif
+        set_fp_register(setup == 2 ? fp_register() | kFlush : fp_register() & ~kFlush);
+        const unsigned controls = fp_register() & ~kFlags;
         const int round = fegetround();
         for (Mode mode : {Mode::kFull, Mode::kLinear, Mode::kSplit}) {
             Pcm near = rec.near;
             testkit::run_frame(aec.handle(), near.data(), rec.far.data(), mode);
             EXPECT_EQ(fegetround(), round);
-#if defined(__SSE__)
-            EXPECT_EQ(_mm_getcsr() & ~0x3Fu, bits) << "caller set-up " << setup;
-#endif
+            EXPECT_EQ(fp_register() & ~kFlags, controls) << "caller set-up " << setup;
         }
     }
     fesetround(saved);
-#if defined(__SSE__)
-    _mm_setcsr(saved_csr);
-#endif
+    set_fp_register(saved_register);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <complex>
 #include <cstring>
+#include <limits>
 #include <numeric>
 #include <random>
 #include <vector>
@@ -167,6 +168,71 @@ TEST(SpectralKernels, PowerMulAccumAndWeightedConjugateProduct) {
             }
             EXPECT_EQ(prod[N], 7.0f);
         }
+    }
+}
+
+// The accumulating form adds the very product the plain form stores (checked above), rounded
+// before the addition; the scaled power spectrum gives what scaling and then the power
+// spectrum give. Both bit for bit: the filter's update must not change by the fusions.
+TEST(SpectralKernels, FusedFormsMatchTheirTwoPassesExactly) {
+    for (int bins : kBinCounts) {
+        const int N = 2 * bins;
+        const std::vector<float> w = noise(bins, 0, 1, 13), X = noise(N, -9, 9, 14),
+                                 Y = noise(N, -9, 9, 15), acc0 = noise(N + 1, -5, 5, 16);
+        std::vector<float> prod(N), acc = acc0;
+        VelFunc_WeightedSpectralMulConj(w.data(), 0.37f, X.data(), Y.data(), prod.data(), N);
+        WeightedSpectralMulConjAccum(w.data(), 0.37f, X.data(), Y.data(), acc.data(), N);
+        for (int i = 0; i < N; ++i) {
+            ASSERT_EQ(acc[i], acc0[i] + prod[i]) << bins << " bins, float " << i;
+        }
+        EXPECT_EQ(acc[N], acc0[N]);
+
+        std::vector<float> scaled = X, inplace = X, want(bins), ps(bins + 1, -7.0f);
+        for (float &v : scaled) {
+            v *= 0.00390625f;
+        }
+        VelFunAec_PowerSpectrum(scaled.data(), want.data(), N);
+        ScaledPowerSpectrum(inplace.data(), 0.00390625f, ps.data(), N);
+        EXPECT_EQ(inplace, scaled) << bins << " bins";
+        for (int k = 0; k < bins; ++k) {
+            ASSERT_EQ(ps[k], want[k]) << bins << " bins, bin " << k;
+        }
+        EXPECT_EQ(ps[bins], -7.0f);
+    }
+}
+
+// Comparisons give all-ones lanes where they hold, also across signed zeros and never for a
+// NaN; negation flips the sign of zero too. On ARMv7 these are the library's own
+// instructions, not the compiler header's.
+TEST(SpectralKernels, LaneComparisonsAndNegation) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float a_values[4] = {1.0f, 2.0f, -0.0f, nan}, b_values[4] = {2.0f, 2.0f, 0.0f, 1.0f};
+    const float32x4_t a = vld1q_f32(a_values), b = vld1q_f32(b_values);
+    struct Case {
+        const char *name;
+        uint32x4_t mask;
+        bool expected[4];
+    };
+    const Case cases[] = {
+        {"a > b", vcgtq_f32(a, b), {false, false, false, false}},
+        {"a >= b", vcgeq_f32(a, b), {false, true, true, false}},
+        {"a < b", vcltq_f32(a, b), {true, false, false, false}},
+        {"a <= b", vcleq_f32(a, b), {true, true, true, false}},
+        {"b > a", vcgtq_f32(b, a), {true, false, false, false}},
+    };
+    for (const Case &c : cases) {
+        uint32_t lanes[4];
+        vst1q_u32(lanes, c.mask);
+        for (int i = 0; i < 4; ++i) {
+            EXPECT_EQ(lanes[i], c.expected[i] ? 0xFFFFFFFFu : 0u) << c.name << " lane " << i;
+        }
+    }
+    const float in[4] = {1.5f, -2.0f, 0.0f, -0.0f}, negated[4] = {-1.5f, 2.0f, -0.0f, 0.0f};
+    float out[4];
+    vst1q_f32(out, vnegq_f32(vld1q_f32(in)));
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(out[i], negated[i]) << "lane " << i;
+        EXPECT_EQ(std::signbit(out[i]), std::signbit(negated[i])) << "lane " << i;
     }
 }
 
