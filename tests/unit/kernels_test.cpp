@@ -353,15 +353,15 @@ TEST(NlpKernels, SuppressScalesAndConjugatesEveryBin) {
 // Smoothed power; a minimum that falls 90% of the way (else creeps by 1.0003); a start-up
 // estimate that takes a lower minimum at once and follows a higher one by 10%.
 TEST(NlpKernels, NoiseFloorSmoothsTracksAndFollows) {
-    const std::vector<float> spec = noise(2 * kBins, -2000, 2000, 51);
+    const std::vector<float> frame_spectrum = noise(2 * kBins, -2000, 2000, 51);
     std::vector<float> pow = noise(kBins, 0, 1e6, 52), min = noise(kBins, 0, 1e6, 53),
                        init = noise(kBins, 0, 1e6, 54);
     const std::vector<float> pow0 = pow, min0 = min, init0 = init;
-    noise_smooth_power(pow.data(), spec.data());
+    noise_smooth_power(pow.data(), frame_spectrum.data());
     noise_track_minimum(min.data(), pow.data());
     noise_follow_minimum(init.data(), min.data());
     for (int j = 0; j < kBins; ++j) {
-        const double p = pow0[j] + (std::norm(bin(spec.data(), j)) / 4 - pow0[j]) * 0.1;
+        const double p = pow0[j] + (std::norm(bin(frame_spectrum.data(), j)) / 4 - pow0[j]) * 0.1;
         ASSERT_NEAR(pow[j], p, 1e-6 * (p + pow0[j])) << "bin " << j;
         const double m =
             min0[j] <= pow[j] ? min0[j] * 1.0003 : (pow[j] + (min0[j] - pow[j]) * 0.1) * 1.0003;
@@ -646,14 +646,16 @@ TEST(ComfortNoise, AddsFloorShapedNoiseWeightedTowardsTheWeakBins) {
         const double m = std::hypot(double(comfortNoiseX[k]), double(comfortNoiseY[k]));
         ASSERT_TRUE(m >= 32767.0 && m <= 32768.7) << "entry " << k;
     }
-    const std::vector<float> spec = noise(258, -300, 300, 71), pow = noise(kBins, 0, 4e-4, 72);
+    const std::vector<float> frame_spectrum = noise(258, -300, 300, 71),
+                             pow = noise(kBins, 0, 4e-4, 72);
     std::vector<float> flat(258, 0.0f);
     for (int j = 0; j < kBins; ++j) {
         flat[2 * j] = j % 2 ? 5.0f : -3.0f;
         flat[2 * j + 1] = j % 2 ? 0.0f : 4.0f;
     }
-    expect_comfort_noise(spec, pow, 2e-4f, -14, 10);
-    expect_comfort_noise(spec, pow, 1e-3f, 2, 1000);  // most powers under the floor; wraps
+    expect_comfort_noise(frame_spectrum, pow, 2e-4f, -14, 10);
+    expect_comfort_noise(frame_spectrum, pow, 1e-3f, 2,
+                         1000);  // most powers under the floor; wraps
     expect_comfort_noise(flat, pow, 2e-4f, -2, 1023);
 }
 
