@@ -55,6 +55,17 @@ INSTANTIATE_TEST_SUITE_P(RatesAndLayouts, EchoRemoval,
                                     std::to_string(std::get<2>(info.param));
                          });
 
+// An echo delayed into the filter's oldest partition (950 of its 1024 taps) is learnt too.
+TEST(EchoRemoval, AnEchoAtTheFiltersFarEndIsRemoved) {
+    testkit::Recording rec = testkit::noise_echo({.seconds = 4.0, .path_ms = 1.0});
+    for (size_t t = 0; t < rec.near.size(); ++t) {
+        rec.near[t] = static_cast<int16_t>(t < 950 ? 0 : rec.far[t - 950] / 2);
+    }
+    const double linear = tail_erle(rec, Mode::kLinear, 1.5);
+    printf("ERLE of an echo 950 samples late: linear %.1f dB\n", linear);
+    EXPECT_GE(linear, 20.0);
+}
+
 class PerRate : public testing::TestWithParam<int> {};
 
 // A loud talker and a faint unrelated far end: the output matches best at output_delay's lag.
