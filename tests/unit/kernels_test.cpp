@@ -618,17 +618,18 @@ TEST(Stream, OutputStageSaturatesTruncatesAndDuplicates) {
 // normalised magnitude, p the floored noise power.
 void expect_comfort_noise(const std::vector<float> &in, const std::vector<float> &noise_pow,
                           float min_pwr, int shift, int start) {
+    const int bins = static_cast<int>(in.size() / 2);  // of a transform of 2 (bins - 1)
     comfort_noise_set_positions(start, 0);
-    std::vector<float> out = in, lambda(kBins, 0.5f);
+    std::vector<float> out = in, lambda(bins, 0.5f);
     std::vector<float> pw = noise_pow;
-    ComfortNoise_Process(out.data(), pw.data(), lambda.data(), 256, min_pwr, shift);
+    ComfortNoise_Process(out.data(), pw.data(), lambda.data(), 2 * (bins - 1), min_pwr, shift);
     double lo = 1e300, hi = 0;
-    for (int j = 0; j < kBins; ++j) {
+    for (int j = 0; j < bins; ++j) {
         lo = std::min(lo, std::abs(bin(in.data(), j)));
         hi = std::max(hi, std::abs(bin(in.data(), j)));
     }
     int pos = start, offset = 0;
-    for (int j = 0; j < kBins; ++j) {
+    for (int j = 0; j < bins; ++j) {
         const double a = (std::abs(bin(in.data(), j)) - lo) / (hi - lo + 1e-10);
         const double g = std::max(0.9999 - a, 0.0);
         const double amp = std::sqrt(g * std::max(double(noise_pow[j]), double(min_pwr)));
@@ -662,6 +663,9 @@ TEST(ComfortNoise, AddsFloorShapedNoiseWeightedTowardsTheWeakBins) {
     expect_comfort_noise(frame_spectrum, pow, 1e-3f, 2,
                          1000);  // most powers under the floor; wraps
     expect_comfort_noise(flat, pow, 2e-4f, -2, 1023);
+    // A longer spectrum (its range and its second chunk), and the single bin of length 0.
+    expect_comfort_noise(noise(602, -300, 300, 73), noise(301, 0, 4e-4, 74), 2e-4f, -14, 900);
+    expect_comfort_noise({3.0f, 4.0f}, pow, 2e-4f, 0, 5);
 }
 
 // prop_i = 0.99 (sqrt(1 + |W_i|^2) + 0.1 max) / (1 + sum of the numerators).
