@@ -17,9 +17,7 @@
 
 namespace cli {
 
-namespace {
-
-std::string quote(const std::string &s) {
+static std::string quote(const std::string &s) {
     std::string q = "'";
     for (char c : s) {
         q += c == '\'' ? std::string("'\\''") : std::string(1, c);
@@ -28,8 +26,8 @@ std::string quote(const std::string &s) {
 }
 
 template <typename Sample>
-void write_sndfile(const std::string &path, int rate, int channels,
-                   const std::vector<Sample> &samples) {
+void write_wav(const std::string &path, int rate, int channels,
+               const std::vector<Sample> &samples) {
     constexpr bool kFloat = std::is_same_v<Sample, float>;
     SF_INFO info{0, rate, channels, SF_FORMAT_WAV | (kFloat ? SF_FORMAT_FLOAT : SF_FORMAT_PCM_16),
                  0, 0};
@@ -46,8 +44,8 @@ void write_sndfile(const std::string &path, int rate, int channels,
     }
     sf_close(f);
 }
-
-}  // namespace
+template void write_wav(const std::string &, int, int, const std::vector<int16_t> &);
+template void write_wav(const std::string &, int, int, const std::vector<float> &);
 
 Result run(const std::vector<std::string> &args, const Env &env) {
     static int counter = 0;
@@ -68,15 +66,6 @@ Result run(const std::vector<std::string> &args, const Env &env) {
     std::filesystem::remove(base + ".out");
     std::filesystem::remove(base + ".err");
     return r;
-}
-
-void write_wav(const std::string &path, int rate, int channels,
-               const std::vector<int16_t> &samples) {
-    write_sndfile(path, rate, channels, samples);
-}
-
-void write_wav(const std::string &path, int rate, int channels, const std::vector<float> &samples) {
-    write_sndfile(path, rate, channels, samples);
 }
 
 Wav read_wav(const std::string &path) {

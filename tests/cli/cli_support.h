@@ -22,20 +22,15 @@ using Env = std::vector<std::pair<std::string, std::string>>;
 // Runs the tool with `args`; `env` entries are set for that run only.
 Result run(const std::vector<std::string> &args, const Env &env = {});
 
-class TempDir : public qtest::TempDir {
-public:
-    std::string path(const std::string &name) const { return dir() + "/" + name; }
-    const std::string &dir() const { return qtest::TempDir::path(); }
-};
+using qtest::TempDir;
 
 struct Wav {
     int rate = 0, channels = 0;
     std::vector<int16_t> samples;  // interleaved
 };
-void write_wav(const std::string &path, int rate, int channels,
-               const std::vector<int16_t> &samples);
-// 32-bit float, full scale +-1.0 (values beyond are stored as they are).
-void write_wav(const std::string &path, int rate, int channels, const std::vector<float> &samples);
+// 16-bit, or 32-bit float at full scale +-1.0 (values beyond are stored as they are).
+template <typename Sample>  // int16_t or float
+void write_wav(const std::string &path, int rate, int channels, const std::vector<Sample> &samples);
 Wav read_wav(const std::string &path);
 void write_raw(const std::string &path, const std::vector<int16_t> &samples);
 std::vector<int16_t> read_raw(const std::string &path);

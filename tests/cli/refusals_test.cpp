@@ -198,7 +198,7 @@ class Refusals : public testing::TestWithParam<const char *> {};
 TEST_P(Refusals, ExitWithStatusAndMessageAndLeaveTheFolderAsItWas) {
     cli::TempDir tmp;
     fixtures(tmp);
-    const std::vector<std::string> c = split(at(GetParam(), tmp.dir()), '|');
+    const std::vector<std::string> c = split(at(GetParam(), tmp.path()), '|');
     std::vector<std::string> args;
     cli::Env env;
     for (const std::string &word : split(c[3], ' ')) {
@@ -215,7 +215,7 @@ TEST_P(Refusals, ExitWithStatusAndMessageAndLeaveTheFolderAsItWas) {
             args.erase(first, first + 2);
         }
     }
-    const auto before = snapshot(tmp.dir());
+    const auto before = snapshot(tmp.path());
     const cli::Result r = cli::run(args, env);
     EXPECT_EQ(r.status, std::stoi(c[1])) << r.err;
     for (size_t i = 4; i < c.size(); ++i) {
@@ -227,7 +227,7 @@ TEST_P(Refusals, ExitWithStatusAndMessageAndLeaveTheFolderAsItWas) {
         EXPECT_EQ(r.err.compare(last, 15, "qenaec: error: "), 0) << r.err;
     }
     EXPECT_EQ(r.out, "");
-    EXPECT_TRUE(snapshot(tmp.dir()) == before) << "something written or changed";
+    EXPECT_TRUE(snapshot(tmp.path()) == before) << "something written or changed";
 }
 
 INSTANTIATE_TEST_SUITE_P(Cli, Refusals, testing::ValuesIn(kCases),

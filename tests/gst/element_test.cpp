@@ -153,7 +153,7 @@ TEST_P(FilePipeline, EqualsTheToolSampleForSample) {
     Outcome o;
     const std::string printed = qtest::capture_stdout([&] {
         const std::string config = c.config ? " config=" + dir.write_file("t.json", c.config) : "";
-        GstElement *pipeline = launch(file_pipeline(dir.dir(), c.properties + config));
+        GstElement *pipeline = launch(file_pipeline(dir.path(), c.properties + config));
         GstPad *pad = aec_pad(pipeline, "far_sink");
         gst_pad_set_offset(pad, gst_util_uint64_scale_int(c.late, GST_SECOND, near.rate));
         gst_object_unref(pad);
@@ -319,7 +319,7 @@ TEST_P(Refused, StopsNamingWhatIsWrong) {
     if (c.config != nullptr) {
         path = *c.config ? dir.write_file("t.json", c.config) : dir.path("absent.json");
     }
-    const Outcome o = play(launch(file_pipeline(dir.dir(), path.empty() ? "" : "config=" + path)));
+    const Outcome o = play(launch(file_pipeline(dir.path(), path.empty() ? "" : "config=" + path)));
     EXPECT_EQ(o.error_source, "aec");
     EXPECT_EQ(o.error_domain, c.config ? GST_RESOURCE_ERROR : GST_CORE_ERROR);
     EXPECT_TRUE(c.config || o.error_code == GST_CORE_ERROR_NEGOTIATION) << o.error_code;

@@ -42,10 +42,8 @@ TempDir::~TempDir() {
 }
 
 std::string TempDir::write_file(const std::string &name, const std::string &text) const {
-    const std::string full = path_ + "/" + name;
-    std::ofstream out(full, std::ios::binary);
-    out << text;
-    return full;
+    std::ofstream(path(name), std::ios::binary) << text;
+    return path(name);
 }
 
 long file_size(const std::string &path) {

@@ -27,6 +27,7 @@ public:
     TempDir(const TempDir &) = delete;
     TempDir &operator=(const TempDir &) = delete;
     const std::string &path() const { return path_; }
+    std::string path(const std::string &name) const { return path_ + "/" + name; }
     std::string write_file(const std::string &name, const std::string &text) const;
 
 private:
