@@ -9,6 +9,7 @@
 #define ASAN_POISON_MEMORY_REGION(addr, size) ((void)(addr), (void)(size))
 #endif
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -104,21 +105,12 @@ AudioAecConfig config_record(Input &in) {
 }
 
 ALGO_AEC_RET expected_config(const AudioAecConfig &c) {
-    if (c.comfort_noise_enable != 0 && c.comfort_noise_enable != 1) {
-        return ALGO_AEC_RET_INVALID_COMFORT_NOISE;
-    }
-    for (uint32_t v : c.suppression_mode_intensity) {
-        if (v > 25) {
-            return ALGO_AEC_RET_INVALID_SUP_MODE;
-        }
-    }
-    for (int k = 0; k < 6; ++k) {
-        const uint32_t e = c.suppression_mode_freq[k];
-        if (e == 0 || e >= 127 || (k > 0 && e < c.suppression_mode_freq[k - 1])) {
-            return ALGO_AEC_RET_INVALID_SUP_BAND;
-        }
-    }
-    return ALGO_AEC_RET_SUCCESS;
+    const uint32_t *e = c.suppression_mode_freq, *v = c.suppression_mode_intensity;
+    return static_cast<uint32_t>(c.comfort_noise_enable) > 1 ? ALGO_AEC_RET_INVALID_COMFORT_NOISE
+           : std::any_of(v, v + 7, [](uint32_t x) { return x > 25; })
+               ? ALGO_AEC_RET_INVALID_SUP_MODE
+           : e[0] == 0 || e[5] > 126 || !std::is_sorted(e, e + 6) ? ALGO_AEC_RET_INVALID_SUP_BAND
+                                                                  : ALGO_AEC_RET_SUCCESS;
 }
 
 enum Kind { kRaw, kConstant, kSquare, kAlternating, kImpulse, kNoise, kSilence, kEcho };
