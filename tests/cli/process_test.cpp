@@ -1,9 +1,13 @@
 // `qenaec process` end to end: the output is compared sample for sample with the same input
 // run straight through the public API, so padding, channel layout, conversion, delay and mode
-// mistakes all show; and the figures it prints.
+// mistakes all show; the figures it prints (ERLE, clipping, saturation), `--align auto`, and
+// what a user sees first: the help, the demo, a standard output of the tool's own lines.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <random>
 #include <string>
 #include <tuple>
 
@@ -135,6 +139,183 @@ TEST(Process, SaturatedFramesAreThoseBeyond32700) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(cli::json_number(qtest::read_file(tmp.path("m.json")), "saturated_frames"), 3);
     EXPECT_NE(r.out.find("saturated input frames: 3\n"), std::string::npos) << r.out;
+}
+
+// ---- ERLE: the formula, and which stretches it is measured over ----
+
+struct Erle : testing::Test {
+    // ERLE, seconds measured, the summary and the output.
+    std::tuple<double, double, std::string, std::vector<int16_t>> measure(
+        std::vector<std::string> extra = {}) {
+        const cli::Result r = cli::process_files(tmp, 16000, 1, near, 1, far, extra);
+        EXPECT_EQ(r.status, 0) << r.err;
+        const std::string json = qtest::read_file(tmp.path("m.json"));
+        return {cli::json_number(json, "erle_db"), cli::json_number(json, "erle_seconds"), r.out,
+                cli::read_wav(tmp.path("out.wav")).samples};
+    }
+    cli::TempDir tmp;
+    testkit::Recording sig = testkit::noise_echo({.seconds = 4.0});
+    std::vector<int16_t> &near = sig.near, &far = sig.far;
+};
+
+TEST_F(Erle, IsInputOverOutputEnergyWithARoundingFloor) {
+    // Before 2 s is declared near-end talk: the figure covers the frames of the last 2 s,
+    // where the far end never stops, but the last, whose output comes one frame late.
+    const auto [erle, seconds, summary, out] = measure({"--near-talk", "0-2"});
+    const size_t counted = near.size() - 2 * 16000 - 128;
+    ASSERT_NEAR(seconds, counted / double(16000), 0.005);  // the file keeps 2 decimals
+    double in = 0, left = 0;
+    for (size_t t = 2 * 16000; t < 2 * 16000 + counted; ++t) {
+        in += double(near[t]) * near[t];
+        left += double(out[t + 128]) * out[t + 128];
+    }
+    EXPECT_NEAR(erle, 10 * std::log10(in / (left + counted / 12.0)), 0.01);
+    char line[64];
+    std::snprintf(line, sizeof line, "\nERLE: %.1f dB\n", erle);
+    EXPECT_NE(summary.find(line), std::string::npos) << summary;
+    EXPECT_NE(summary.find("(known near-end talk)"), std::string::npos) << summary;
+}
+
+TEST_F(Erle, IsNotAvailableWithoutFarEnd) {
+    std::fill(far.begin(), far.end(), 0);
+    const auto [erle, seconds, summary, out] = measure();
+    EXPECT_TRUE(std::isnan(erle));
+    EXPECT_NE(summary.find("ERLE: n/a"), std::string::npos) << summary;
+}
+
+// ---- --align auto: the bulk delay found, reported and taken out of the far end ----
+
+// Amplitude-modulated noise on the loudspeaker; the microphone hears it `delay` samples
+// later through three paths, plus its own noise. `delay` < 0: two unrelated low-pass noises.
+testkit::Recording delayed_echo(int rate, double seconds, long delay) {
+    std::mt19937 rng(7);
+    std::normal_distribution<double> gauss(0.0, 1.0);
+    const size_t n = static_cast<size_t>(seconds * rate);
+    const struct {
+        long lag;
+        double gain;
+    } paths[] = {{0, 0.5}, {rate / 800, 0.2}, {rate / 200, -0.1}};
+    testkit::Recording r;
+    double smooth[2] = {0.0, 0.0};
+    for (size_t t = 0; t < n; ++t) {
+        const double envelope = 1.0 + 0.8 * std::sin(2 * M_PI * 2.0 * t / rate);
+        smooth[0] = 0.99 * smooth[0] + 300 * gauss(rng);
+        r.far.push_back(testkit::to_pcm(delay < 0 ? smooth[0] : 3000.0 * envelope * gauss(rng)));
+    }
+    for (long t = 0; t < static_cast<long>(n); ++t) {
+        smooth[1] = 0.99 * smooth[1] + 300 * gauss(rng);
+        double v = delay < 0 ? smooth[1] : 30.0 * gauss(rng);
+        for (const auto &p : paths) {
+            v += delay >= 0 && t >= delay + p.lag ? p.gain * r.far[t - delay - p.lag] : 0.0;
+        }
+        r.near.push_back(testkit::to_pcm(v));
+    }
+    return r;
+}
+
+class Align : public testing::TestWithParam<int> {};
+
+TEST_P(Align, FindsA40msDelayWithin1msAndDelaysTheFarEndByIt) {
+    const int rate = GetParam();
+    const long delay = rate / 25;  // 40 ms
+    const testkit::Recording rec = delayed_echo(rate, 3.0, delay);
+    cli::TempDir tmp;
+    const cli::Result r =
+        cli::process_files(tmp, rate, 1, rec.near, 1, rec.far, {"--align", "auto"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string json = qtest::read_file(tmp.path("m.json"));
+    EXPECT_NEAR(cli::json_number(json, "delay_estimated_ms"), 40.0, 1.0) << json;
+    EXPECT_NE(r.out.find("delay: 40.0 ms estimated; far end delayed by"), std::string::npos)
+        << r.out;
+    const size_t applied = delay - 32;  // 32 samples are kept in front of the strongest path
+    EXPECT_DOUBLE_EQ(cli::json_number(json, "far_delay_applied_ms"),
+                     std::round(100000.0 * applied / rate) / 100.0);
+    EXPECT_EQ(cli::read_wav(tmp.path("out.wav")).samples,
+              cli::reference_output(rec.near, cli::delayed(rec.far, 1, applied), rate, 1, 1));
+}
+
+INSTANTIATE_TEST_SUITE_P(Rates, Align, testing::Values(8000, 16000, 48000));
+
+// Beyond the filter's reach: unaligned, the echo stays and the tool says why; aligned, it
+// goes. Without an echo, nothing may pass for one.
+TEST(Align, HelpsBeyondTheFilterAndLeavesAFarEndWithoutEchoAlone) {
+    cli::TempDir tmp;
+    auto run = [&](const testkit::Recording &rec, int rate, std::vector<std::string> extra) {
+        const cli::Result r = cli::process_files(tmp, rate, 1, rec.near, 1, rec.far, extra);
+        EXPECT_EQ(r.status, 0) << r.err;
+        return std::pair(r.err, qtest::read_file(tmp.path("m.json")));
+    };
+    const testkit::Recording far_echo = delayed_echo(16000, 3.0, 2400);  // 150 ms
+    const auto [unaligned_err, unaligned] = run(far_echo, 16000, {});
+    const auto [aligned_err, aligned] = run(far_echo, 16000, {"--align", "auto"});
+    EXPECT_GT(cli::json_number(aligned, "erle_db"), cli::json_number(unaligned, "erle_db") + 10);
+    EXPECT_NE(unaligned_err.find("the echo seems to lag the far end by 150.0 ms"),
+              std::string::npos)
+        << unaligned_err;
+    EXPECT_EQ(aligned_err, "");
+
+    const auto [err, json] = run(delayed_echo(8000, 4.0, -1), 8000, {"--align", "auto"});
+    EXPECT_NE(err.find("--align auto found no clear echo delay"), std::string::npos) << err;
+    EXPECT_TRUE(std::isnan(cli::json_number(json, "delay_estimated_ms"))) << json;
+    EXPECT_EQ(cli::json_number(json, "far_delay_applied_ms"), 0.0);
+}
+
+// ---- Help, demo, output streams ----
+
+// The tool's help and each subcommand's: what it covers and a worked example.
+TEST(Help, EveryCommandDescribesItselfWithAnExample) {
+    const std::vector<std::string> cases[][2] = {
+        {{"--help"},
+         {"process", "replay", "demo", "Example:", "qenaec process --near", "DML_PATH",
+          "Exit status"}},
+        {{"process", "--help"},
+         {"--near-talk", "ERLE is measured", "Example:", "qenaec process --near"}},
+        {{"replay", "--help"}, {"Audio_AEC_output_data_N.pcm", "Example:", "qenaec replay "}},
+        {{"demo", "--help"}, {"--audio-dir", "Example:", "qenaec demo"}},
+    };
+    for (const auto &[args, words] : cases) {
+        const cli::Result r = cli::run(args);
+        EXPECT_EQ(r.status, 0) << args[0];
+        for (const std::string &word : words) {
+            EXPECT_NE(r.out.find(word), std::string::npos) << word << " missing:\n" << r.out;
+        }
+    }
+}
+
+TEST(Demo, RemovesAtLeast20dBOfEchoFromTheBundledRecording) {
+    cli::TempDir tmp;
+    const cli::Result r =
+        cli::run({"demo", "-o", tmp.path("demo-out.wav"), "--metrics-json", tmp.path("m.json")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string json = qtest::read_file(tmp.path("m.json"));
+    EXPECT_GE(cli::json_number(json, "erle_db"), 20.0) << json;
+    EXPECT_NE(r.out.find("\nERLE: "), std::string::npos) << r.out;
+    const cli::Wav in = cli::read_wav(QENAEC_DEMO_AUDIO "/near.wav");
+    const cli::Wav out = cli::read_wav(tmp.path("demo-out.wav"));
+    EXPECT_EQ(std::tie(out.rate, out.channels), std::tie(in.rate, in.channels));
+    EXPECT_EQ(out.samples.size(), in.samples.size());
+}
+
+// The library prints on standard output by default; the tool moves its lines to standard
+// error and, unless DML_PATH says otherwise, keeps only its errors.
+TEST(Output, LibraryMessagesNeverReachStandardOutput) {
+    cli::TempDir tmp;
+    const testkit::Recording sig = testkit::noise_echo({.seconds = 0.5});
+    const cli::Result plain = cli::process_files(tmp, 16000, 1, sig.near, 1, sig.far);
+    EXPECT_EQ(plain.status, 0);  // its streams are checked with the process cases
+    const cli::Result chatty =
+        cli::process_files(tmp, 16000, 1, sig.near, 1, sig.far, {},
+                           {{"DML_PATH", tmp.write_file("level.json", "{\"debug_level\": 7}")}});
+    EXPECT_EQ(chatty.status, 0);
+    // The same summary (but for the measured speed), with the library's lines on stderr.
+    auto without_speed = [](std::string text) {
+        const size_t at = text.find("speed:");
+        return at == std::string::npos ? text : text.erase(at, text.find('\n', at) - at);
+    };
+    EXPECT_EQ(without_speed(chatty.out), without_speed(plain.out));
+    EXPECT_EQ(chatty.out.find("ALGO_MSG"), std::string::npos) << chatty.out;
+    EXPECT_NE(chatty.err.find("[ALGO_MSG_MSG] [AEC]Floating point mode.\n"), std::string::npos)
+        << chatty.err;
 }
 
 }  // namespace
