@@ -3,10 +3,11 @@
 // standard output, and its folder as it was.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <algorithm>
+#include <filesystem>
 #include <cstring>
 #include <map>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -124,13 +125,6 @@ std::vector<std::string> split(const std::string &s, char sep) {
     return parts;
 }
 
-std::string at(std::string s, const std::string &dir) {
-    for (size_t i = s.find('@'); i != std::string::npos; i = s.find('@', i + dir.size())) {
-        s.replace(i, 1, dir);
-    }
-    return s;
-}
-
 std::vector<int16_t> noise(size_t samples, int amplitude = 2048) {
     std::vector<int16_t> v(samples);
     uint32_t x = 12345;
@@ -198,7 +192,8 @@ class Refusals : public testing::TestWithParam<const char *> {};
 TEST_P(Refusals, ExitWithStatusAndMessageAndLeaveTheFolderAsItWas) {
     cli::TempDir tmp;
     fixtures(tmp);
-    const std::vector<std::string> c = split(at(GetParam(), tmp.path()), '|');
+    const std::vector<std::string> c =
+        split(std::regex_replace(GetParam(), std::regex("@"), tmp.path()), '|');
     std::vector<std::string> args;
     cli::Env env;
     for (const std::string &word : split(c[3], ' ')) {

@@ -57,23 +57,20 @@ std::string read_file(const std::string &path) {
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-static std::string capture(FILE *f, void (*start)(), std::string (*get)(),
-                           const std::function<void()> &fn) {
-    fflush(f);
-    start();
-    fn();
-    fflush(f);
-    return get();
-}
-
 std::string capture_stdout(const std::function<void()> &fn) {
-    using namespace testing::internal;
-    return capture(stdout, CaptureStdout, GetCapturedStdout, fn);
+    fflush(stdout);
+    testing::internal::CaptureStdout();
+    fn();
+    fflush(stdout);
+    return testing::internal::GetCapturedStdout();
 }
 
 std::string capture_stderr(const std::function<void()> &fn) {
-    using namespace testing::internal;
-    return capture(stderr, CaptureStderr, GetCapturedStderr, fn);
+    fflush(stderr);
+    testing::internal::CaptureStderr();
+    fn();
+    fflush(stderr);
+    return testing::internal::GetCapturedStderr();
 }
 
 }  // namespace qtest
