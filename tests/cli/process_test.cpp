@@ -1,12 +1,14 @@
 // `qenaec process` end to end: the output is compared sample for sample with the same input
 // run straight through the public API, so padding, channel layout, conversion, delay and mode
 // mistakes all show; the figures it prints (ERLE, clipping, saturation), `--align auto`, and
-// what a user sees first: the help, the demo, a standard output of the tool's own lines.
+// `qenaec replay` of its dumps; what a user sees first: the help, the demo, a standard output of
+// the tool's own lines.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <random>
 #include <string>
 #include <tuple>
@@ -76,7 +78,6 @@ const char *kPadded = "the far end is 0.50 s shorter than the near end: padded w
 INSTANTIATE_TEST_SUITE_P(
     Cli, Process,
     testing::Values(Case{"WholeFrames", 1, 1, 32000, 0}, Case{"OddLength", 1, 1, 32000 - 51, 0},
-                    Case{"StereoMicrophone", 2, 1, 16000 + 77, 0},
                     Case{"StereoReference", 1, 2, 16000 + 1, 0},
                     Case{"StereoBoth", 2, 2, 16000 + 127, 0},
                     // Split is ADF_Run then NLP_Run, not Run.
@@ -143,27 +144,19 @@ TEST(Process, SaturatedFramesAreThoseBeyond32700) {
 
 // ---- ERLE: the formula, and which stretches it is measured over ----
 
-struct Erle : testing::Test {
-    // ERLE, seconds measured, the summary and the output.
-    std::tuple<double, double, std::string, std::vector<int16_t>> measure(
-        std::vector<std::string> extra = {}) {
-        const cli::Result r = cli::process_files(tmp, 16000, 1, near, 1, far, extra);
-        EXPECT_EQ(r.status, 0) << r.err;
-        const std::string json = qtest::read_file(tmp.path("m.json"));
-        return {cli::json_number(json, "erle_db"), cli::json_number(json, "erle_seconds"), r.out,
-                cli::read_wav(tmp.path("out.wav")).samples};
-    }
+// Before 2 s is declared near-end talk: the figure covers the frames of the last 2 s, where the
+// far end never stops, but the last, whose output comes one frame late. No far end: no figure.
+TEST(Erle, IsInputOverOutputEnergyWithARoundingFloorAndNeedsAFarEnd) {
     cli::TempDir tmp;
     testkit::Recording sig = testkit::noise_echo({.seconds = 4.0});
-    std::vector<int16_t> &near = sig.near, &far = sig.far;
-};
-
-TEST_F(Erle, IsInputOverOutputEnergyWithARoundingFloor) {
-    // Before 2 s is declared near-end talk: the figure covers the frames of the last 2 s,
-    // where the far end never stops, but the last, whose output comes one frame late.
-    const auto [erle, seconds, summary, out] = measure({"--near-talk", "0-2"});
+    const std::vector<int16_t> &near = sig.near;
+    cli::Result r = cli::process_files(tmp, 16000, 1, near, 1, sig.far, {"--near-talk", "0-2"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string json = qtest::read_file(tmp.path("m.json"));
+    const std::vector<int16_t> out = cli::read_wav(tmp.path("out.wav")).samples;
+    const double erle = cli::json_number(json, "erle_db");
     const size_t counted = near.size() - 2 * 16000 - 128;
-    ASSERT_NEAR(seconds, counted / double(16000), 0.005);  // the file keeps 2 decimals
+    ASSERT_NEAR(cli::json_number(json, "erle_seconds"), counted / 16000.0, 0.005);  // 2 decimals
     double in = 0, left = 0;
     for (size_t t = 2 * 16000; t < 2 * 16000 + counted; ++t) {
         in += double(near[t]) * near[t];
@@ -172,15 +165,13 @@ TEST_F(Erle, IsInputOverOutputEnergyWithARoundingFloor) {
     EXPECT_NEAR(erle, 10 * std::log10(in / (left + counted / 12.0)), 0.01);
     char line[64];
     std::snprintf(line, sizeof line, "\nERLE: %.1f dB\n", erle);
-    EXPECT_NE(summary.find(line), std::string::npos) << summary;
-    EXPECT_NE(summary.find("(known near-end talk)"), std::string::npos) << summary;
-}
+    EXPECT_NE(r.out.find(line), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("(known near-end talk)"), std::string::npos) << r.out;
 
-TEST_F(Erle, IsNotAvailableWithoutFarEnd) {
-    std::fill(far.begin(), far.end(), 0);
-    const auto [erle, seconds, summary, out] = measure();
-    EXPECT_TRUE(std::isnan(erle));
-    EXPECT_NE(summary.find("ERLE: n/a"), std::string::npos) << summary;
+    std::fill(sig.far.begin(), sig.far.end(), 0);
+    r = cli::process_files(tmp, 16000, 1, near, 1, sig.far);
+    EXPECT_TRUE(std::isnan(cli::json_number(qtest::read_file(tmp.path("m.json")), "erle_db")));
+    EXPECT_NE(r.out.find("ERLE: n/a"), std::string::npos) << r.out;
 }
 
 // ---- --align auto: the bulk delay found, reported and taken out of the far end ----
@@ -260,19 +251,82 @@ TEST(Align, HelpsBeyondTheFilterAndLeavesAFarEndWithoutEchoAlone) {
     EXPECT_EQ(cli::json_number(json, "far_delay_applied_ms"), 0.0);
 }
 
+// ---- replay: dumps the library wrote while the tool processed a file reproduce the recorded
+// output bit for bit with the same settings, and a difference is located ----
+
+struct Replay : testing::Test {
+    // Processes a 2-near / 1-far recording whose length is not whole frames, with the
+    // library dumping into dumps/ under id 0.
+    void record(std::vector<std::string> extra = {}) {
+        testkit::Recording sig = testkit::noise_echo({.near_channels = 2, .seconds = 1.5});
+        sig.near.resize(sig.near.size() - 2 * 50);
+        sig.far.resize(sig.far.size() - 50);
+        std::filesystem::create_directory(tmp.path("dumps"));
+        const cli::Result r = cli::process_files(tmp, 16000, 2, sig.near, 1, sig.far, extra, env);
+        ASSERT_EQ(r.status, 0) << r.err;
+    }
+    // Dumping stays switched on: the replay must neither fail on it nor rewrite the dumps.
+    cli::Result replay(std::vector<std::string> extra = {}) {
+        extra.insert(extra.begin(), {"replay", tmp.path("dumps"), "--id", "0", "--rate", "16000",
+                                     "--near-channels", "2", "--far-channels", "1"});
+        return cli::run(extra, env);
+    }
+    std::string output() const { return tmp.path("dumps/Audio_AEC_output_data_0.pcm"); }
+
+    cli::TempDir tmp;
+    cli::Env env = {{"AUDIO_AEC_DUMP", "1"}, {"AUDIO_DUMP_PATH", tmp.path("dumps")}};
+};
+
+TEST_F(Replay, DumpsOfAProcessedFileReplayBitExact) {
+    record();
+    const std::string recorded = qtest::read_file(output());
+    const cli::Result r = replay({"-o", tmp.path("replayed.pcm")});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("result: bit-exact\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("187 frames"), std::string::npos) << r.out;
+    EXPECT_EQ(qtest::read_file(tmp.path("replayed.pcm")), recorded);
+    EXPECT_EQ(qtest::read_file(output()), recorded);
+    // The tool's own output is the recorded output without the padded tail.
+    std::vector<int16_t> tail_cut = cli::read_raw(output());
+    tail_cut.resize(tail_cut.size() - 2 * 50);
+    EXPECT_EQ(cli::read_wav(tmp.path("out.wav")).samples, tail_cut);
+}
+
+TEST_F(Replay, ReportsTheFirstDifferingFrame) {
+    record();
+    std::vector<int16_t> recorded = cli::read_raw(output());
+    recorded[2 * (5 * 128 + 17) + 1] += 300;  // frame 5, second channel
+    recorded[2 * (9 * 128)] -= 1000;
+    cli::write_raw(output(), recorded);
+    const cli::Result r = replay();
+    EXPECT_EQ(r.status, 3) << r.err;
+    for (const char *line :
+         {"result: differs from the recorded output\n", "first differing frame: 5 (sample 657)\n",
+          "max difference: 1000\n", "SNR: "}) {
+        EXPECT_NE(r.out.find(line), std::string::npos) << r.out;
+    }
+}
+
+TEST_F(Replay, NeedsTheSettingsTheDeviceUsed) {
+    const std::vector<std::string> tuning = {"--ratio", "4", "--intensity", "9,9,9,9,9,9,9"};
+    record(tuning);
+    EXPECT_EQ(replay(tuning).status, 0);
+    EXPECT_EQ(replay({"--ratio", "4"}).status, 3);
+    EXPECT_EQ(replay().status, 3);
+    record({"--mode", "linear"});
+    EXPECT_EQ(replay({"--mode", "linear"}).status, 0);
+    EXPECT_EQ(replay().status, 3);
+}
+
 // ---- Help, demo, output streams ----
 
 // The tool's help and each subcommand's: what it covers and a worked example.
 TEST(Help, EveryCommandDescribesItselfWithAnExample) {
     const std::vector<std::string> cases[][2] = {
-        {{"--help"},
-         {"process", "replay", "demo", "Example:", "qenaec process --near", "DML_PATH",
-          "Exit status"}},
-        {{"process", "--help"},
-         {"--near-talk", "ERLE is measured", "Example:", "qenaec process --near"}},
-        {{"replay", "--help"}, {"Audio_AEC_output_data_N.pcm", "Example:", "qenaec replay "}},
-        {{"demo", "--help"}, {"--audio-dir", "Example:", "qenaec demo"}},
-    };
+        {{"--help"}, {"process", "replay", "demo", "DML_PATH", "Exit status", "Example:"}},
+        {{"process", "--help"}, {"--near-talk", "ERLE is measured", "Example:"}},
+        {{"replay", "--help"}, {"Audio_AEC_output_data_N.pcm", "Example:"}},
+        {{"demo", "--help"}, {"--audio-dir", "Example:"}}};
     for (const auto &[args, words] : cases) {
         const cli::Result r = cli::run(args);
         EXPECT_EQ(r.status, 0) << args[0];
@@ -289,11 +343,10 @@ TEST(Demo, RemovesAtLeast20dBOfEchoFromTheBundledRecording) {
     ASSERT_EQ(r.status, 0) << r.err;
     const std::string json = qtest::read_file(tmp.path("m.json"));
     EXPECT_GE(cli::json_number(json, "erle_db"), 20.0) << json;
-    EXPECT_NE(r.out.find("\nERLE: "), std::string::npos) << r.out;
     const cli::Wav in = cli::read_wav(QENAEC_DEMO_AUDIO "/near.wav");
     const cli::Wav out = cli::read_wav(tmp.path("demo-out.wav"));
-    EXPECT_EQ(std::tie(out.rate, out.channels), std::tie(in.rate, in.channels));
-    EXPECT_EQ(out.samples.size(), in.samples.size());
+    EXPECT_EQ(std::tuple(out.rate, out.channels, out.samples.size()),
+              std::tuple(in.rate, in.channels, in.samples.size()));
 }
 
 // The library prints on standard output by default; the tool moves its lines to standard
