@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <cstring>
 #include <map>
+#include <random>
 #include <regex>
 #include <string>
 #include <vector>
@@ -126,12 +127,10 @@ std::vector<std::string> split(const std::string &s, char sep) {
 }
 
 std::vector<int16_t> noise(size_t samples, int amplitude = 2048) {
+    std::mt19937 rng(12345);
+    std::uniform_int_distribution<int> uniform(-amplitude, amplitude);
     std::vector<int16_t> v(samples);
-    uint32_t x = 12345;
-    for (int16_t &s : v) {
-        x = x * 1664525u + 1013904223u;
-        s = static_cast<int16_t>(static_cast<int>(x >> 20) * amplitude / 2048 - amplitude);
-    }
+    std::ranges::generate(v, [&] { return static_cast<int16_t>(uniform(rng)); });
     return v;
 }
 

@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -206,19 +205,21 @@ struct LiveCase {
     GstClockTime stop_reference;  // reference buffers from here on are dropped; NONE: never
 };
 
+// The output's timestamps, checked for gaps and overlaps on the streaming thread.
 struct Probes {
-    std::mutex lock;
-    std::vector<std::pair<GstClockTime, GstClockTime>> output;  // pts, duration
-    std::atomic<GstClockTime> reached{0};                       // stream time put out
+    std::atomic<int> buffers{0}, gaps{0};
+    std::atomic<GstClockTime> reached{0};  // stream time put out
+    GstClockTime first_output = GST_CLOCK_TIME_NONE, next_output = GST_CLOCK_TIME_NONE;
     GstClockTime stop_reference, first_reference = GST_CLOCK_TIME_NONE;
 };
 
 GstPadProbeReturn log_output(GstPad *, GstPadProbeInfo *info, gpointer data) {
     auto *p = static_cast<Probes *>(data);
     GstBuffer *b = GST_PAD_PROBE_INFO_BUFFER(info);
-    std::lock_guard<std::mutex> hold(p->lock);
-    p->output.emplace_back(GST_BUFFER_PTS(b), GST_BUFFER_DURATION(b));
-    p->reached = GST_BUFFER_PTS(b) + GST_BUFFER_DURATION(b) - p->output.front().first;
+    p->gaps += p->buffers++ > 0 && GST_BUFFER_PTS(b) != p->next_output;
+    p->first_output = p->buffers == 1 ? GST_BUFFER_PTS(b) : p->first_output;
+    p->next_output = GST_BUFFER_PTS(b) + GST_BUFFER_DURATION(b);
+    p->reached = p->next_output - p->first_output;
     return GST_PAD_PROBE_OK;
 }
 
@@ -255,11 +256,8 @@ TEST_P(LivePipeline, KeepsTheMicrophoneFlowing) {
     gst_object_unref(aec);
 
     ASSERT_TRUE(o.finished) << o.error_source << ": " << o.error_text;
-    ASSERT_GT(p.output.size(), 1u);
-    for (size_t i = 1; i < p.output.size(); ++i) {
-        ASSERT_EQ(p.output[i].first, p.output[i - 1].first + p.output[i - 1].second)
-            << "gap or overlap before output buffer " << i;
-    }
+    ASSERT_GT(p.buffers, 1);
+    EXPECT_EQ(p.gaps, 0) << "gaps or overlaps between output buffers";
     ASSERT_GT(o.stats_messages, 0);
     if (GST_CLOCK_TIME_IS_VALID(c.stop_reference)) {
         // Every frame from the cut on went without its reference (one more for alignment).
