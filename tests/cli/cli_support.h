@@ -46,10 +46,6 @@ Result process_files(const TempDir &dir, int rate, int near_channels,
                      const std::vector<int16_t> &far, const std::vector<std::string> &extra = {},
                      const Env &env = {});
 
-inline int count_lines(const std::string &text) {
-    return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
-}
-
 // The inputs zero-padded to whole frames, run by a fresh instance, trimmed back.
 inline std::vector<int16_t> reference_output(std::vector<int16_t> near, std::vector<int16_t> far,
                                              int rate, int near_ch, int far_ch,
