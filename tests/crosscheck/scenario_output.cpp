@@ -21,20 +21,10 @@ const char *const kNames[4] = {"near.pcm", "far.pcm", "run.pcm", "adf_run.pcm"};
 std::vector<Pcm> produce() {
     const testkit::Scenario s = {.seconds = 10.0};
     testkit::Recording in = testkit::noise_echo(s);
-    // Harmonics of a gliding 120..180 Hz pitch up to 3.4 kHz, in 4 Hz syllables, at -22 dBFS.
-    const double kLevel = 32768.0 * std::pow(10.0, -22.0 / 20);
-    double phase = 0;
-    for (size_t t = 0; t < in.near.size(); ++t) {
-        const double sec = double(t) / s.rate;
-        phase += 2 * M_PI * (150.0 + 30.0 * std::sin(2 * M_PI * 0.7 * sec)) / s.rate;
-        if (sec >= 4.0 && sec < 9.0) {
-            double voice = 0;
-            for (int k = 1; k * 180.0 < 3400.0; ++k) {
-                voice += std::sin(k * phase) / k;
-            }
-            const double syllable = std::sin(M_PI * std::fmod(sec * 4.0, 1.0));
-            in.near[t] = testkit::to_pcm(in.near[t] + kLevel * syllable * syllable * voice);
-        }
+    // A talker from 4 to 9 s at -22 dBFS.
+    const std::vector<double> talk = testkit::speech_like(s.rate, in.near.size(), -22.0, 7);
+    for (size_t t = 4 * s.rate; t < size_t(9 * s.rate); ++t) {
+        in.near[t] = testkit::to_pcm(in.near[t] + talk[t]);
     }
     // Run before ADF_Run everywhere: comfort noise's table positions are process-wide.
     ALGO_AEC_RET run = ALGO_AEC_RET_SUCCESS, adf = ALGO_AEC_RET_SUCCESS;
