@@ -34,7 +34,6 @@ struct Case {
     int near_ch, far_ch;
     size_t samples, far_samples;  // far_samples 0: as long as the near end
     std::vector<std::string> options = {};
-    testkit::Mode mode = testkit::Mode::kFull;
     size_t far_shift = 0;  // what the options delay the far end by
     const char *warning = "";
 };
@@ -70,7 +69,7 @@ TEST_P(Process, OutputKeepsTheNearEndShapeAndIsTheLibrarysResult) {
     EXPECT_EQ(std::pair(out.rate, out.channels), std::pair(16000, c.near_ch));
     far.resize(c.samples * c.far_ch, 0);
     EXPECT_EQ(out.samples, cli::reference_output(in.near, cli::delayed(far, c.far_ch, c.far_shift),
-                                                 16000, c.near_ch, c.far_ch, c.mode));
+                                                 16000, c.near_ch, c.far_ch));
 }
 
 const char *kPadded = "the far end is 0.50 s shorter than the near end: padded with silence";
@@ -80,12 +79,9 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Case{"WholeFrames", 1, 1, 32000, 0}, Case{"OddLength", 1, 1, 32000 - 51, 0},
                     Case{"StereoReference", 1, 2, 16000 + 1, 0},
                     Case{"StereoBoth", 2, 2, 16000 + 127, 0},
-                    // Split is ADF_Run then NLP_Run, not Run.
-                    Case{"Split", 1, 1, 24000, 0, {"--mode", "split"}, testkit::Mode::kSplit},
-                    Case{"Linear", 1, 1, 24000, 0, {"--mode", "linear"}, testkit::Mode::kLinear},
-                    Case{"FarDelay", 1, 1, 16000, 0, {"--far-delay", "40"}, {}, 640},
-                    Case{"ShortFarPadded", 1, 1, 20000, 12000, {}, {}, 0, kPadded},
-                    Case{"ShortFarQuiet", 1, 1, 20000, 12000, {"--quiet"}, {}, 0, kPadded},
+                    Case{"FarDelay", 1, 1, 16000, 0, {"--far-delay", "40"}, 640},
+                    Case{"ShortFarPadded", 1, 1, 20000, 12000, {}, 0, kPadded},
+                    Case{"ShortFarQuiet", 1, 1, 20000, 12000, {"--quiet"}, 0, kPadded},
                     Case{"Raw", 2, 1, 16000 + 40, 0, {"--raw"}}),
     [](const testing::TestParamInfo<Case> &info) { return info.param.name; });
 
