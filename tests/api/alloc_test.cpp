@@ -21,7 +21,7 @@ bool g_counting = false;
 long g_allocations = 0;
 std::vector<void *> g_live;  // outstanding allocations while counting
 
-void *track(void *p, void *old) {
+[[maybe_unused]] void *track(void *p, void *old) {
     if (g_counting) {
         g_counting = false;  // the vector allocates too
         std::erase(g_live, old);

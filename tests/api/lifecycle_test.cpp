@@ -223,11 +223,8 @@ TEST(Lifecycle, SplitRunWritesTheLinearOutputFirst) {
 TEST(Lifecycle, DumpsHoldWhatCameInAndWentOut) {
     const qtest::TempDir dir;
     const auto file = [&](const std::string &kind, int id) {
-        const std::string b = qtest::read_file(
+        return qtest::read_pcm(
             dir.path("Audio_AEC_" + kind + "_data_" + std::to_string(id) + ".pcm"));
-        Pcm pcm(b.size() / 2);
-        memcpy(pcm.data(), b.data(), pcm.size() * 2);
-        return pcm;
     };
     const testkit::Recording rec = scene({16000, 2, 1}, 0.05);
     for (Mode mode : {Mode::kFull, Mode::kLinear}) {

@@ -8,7 +8,6 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -86,13 +85,6 @@ void write_raw(const std::string &path, const std::vector<int16_t> &samples) {
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char *>(samples.data()),
                static_cast<std::streamsize>(samples.size() * sizeof(int16_t)));
-}
-
-std::vector<int16_t> read_raw(const std::string &path) {
-    const std::string bytes = qtest::read_file(path);
-    std::vector<int16_t> samples(bytes.size() / 2);
-    std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
-    return samples;
 }
 
 double json_number(const std::string &json, const std::string &key) {

@@ -33,7 +33,6 @@ template <typename Sample>  // int16_t or float
 void write_wav(const std::string &path, int rate, int channels, const std::vector<Sample> &samples);
 Wav read_wav(const std::string &path);
 void write_raw(const std::string &path, const std::vector<int16_t> &samples);
-std::vector<int16_t> read_raw(const std::string &path);
 
 // A number in JSON by its path ("tuned.edges.2"); NaN when missing or not a number.
 double json_number(const std::string &json, const std::string &key);

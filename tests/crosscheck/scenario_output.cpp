@@ -1,15 +1,14 @@
 // One fixed 10 s echo scene with a talker from 4 s (echo alone gives near silence, which matches
 // anywhere). `write DIR` writes the inputs and both outputs as raw PCM; `compare REF DIR FLOOR_DB`
 // also checks identical inputs and each output within FLOOR_DB of REF's.
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "scratch.h"
 #include "testkit/frame_loop.h"
 #include "testkit/signals.h"
 
@@ -69,10 +68,7 @@ int compare(const std::string &ref_dir, const std::string &dir, double floor_db)
     const std::vector<Pcm> own = produce();
     std::vector<Pcm> ref(4);
     for (int i = 0; i < 4; ++i) {
-        std::ifstream in(ref_dir + "/" + kNames[i], std::ios::binary);
-        const std::string bytes((std::istreambuf_iterator<char>(in)), {});
-        ref[i].resize(bytes.size() / 2);
-        std::copy_n(bytes.data(), ref[i].size() * 2, reinterpret_cast<char *>(ref[i].data()));
+        ref[i] = qtest::read_pcm(ref_dir + "/" + kNames[i]);
     }
     if (!write_files(own, dir) || ref[0].empty()) {
         std::printf("no reference in %s\n", ref_dir.c_str());
