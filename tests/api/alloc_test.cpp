@@ -19,36 +19,32 @@ namespace {
 
 bool g_counting = false;
 long g_allocations = 0;
-std::vector<void *> *g_live = nullptr;  // outstanding allocations while counting
+std::vector<void *> g_live;  // outstanding allocations while counting
 
-[[maybe_unused]] void track(void *p, void *old) {
-    if (!g_counting) {
-        return;
+[[maybe_unused]] void *track(void *p, void *old) {
+    if (g_counting) {
+        g_counting = false;  // the vector allocates too
+        std::erase(g_live, old);
+        if (p != nullptr) {
+            ++g_allocations;
+            g_live.push_back(p);
+        }
+        g_counting = true;
     }
-    g_counting = false;  // the vector allocates too
-    std::erase(*g_live, old);
-    if (p != nullptr) {
-        ++g_allocations;
-        g_live->push_back(p);
-    }
-    g_counting = true;
+    return p;
 }
 
 }  // namespace
 
 #if !defined(__SANITIZE_ADDRESS__)
-[[maybe_unused]] void *tracked(void *p, void *old = nullptr) {
-    track(p, old);
-    return p;
-}
 extern "C" void *malloc(size_t n) {
-    return tracked(__libc_malloc(n));
+    return track(__libc_malloc(n), nullptr);
 }
 extern "C" void *calloc(size_t n, size_t size) {
-    return tracked(__libc_calloc(n, size));
+    return track(__libc_calloc(n, size), nullptr);
 }
 extern "C" void *realloc(void *old, size_t n) {
-    return tracked(__libc_realloc(old, n), old);
+    return track(__libc_realloc(old, n), old);
 }
 extern "C" void free(void *p) {
     track(nullptr, p);
@@ -61,14 +57,12 @@ namespace {
 // Allocations made by `fn`, and how many of them it left outstanding.
 template <typename F>
 std::pair<long, size_t> count(F &&fn) {
-    std::vector<void *> live;
-    live.reserve(256);
-    g_live = &live;
+    g_live.clear();
     g_allocations = 0;
     g_counting = true;
     fn();
     g_counting = false;
-    return {g_allocations, live.size()};
+    return {g_allocations, g_live.size()};
 }
 
 class Allocations : public testing::Test {
@@ -88,8 +82,8 @@ protected:
 // Set-up frees what it takes (the message-level file's buffer) before returning; with no file to
 // read (none, or an empty one) it allocates nothing: the FFT plan lives in the caller's block.
 TEST_F(Allocations, SetUpFreesWhatItTakesAndWithoutAMessageFileTakesNothing) {
-    for (const std::string &file : {dir_.path() + "/level.json", dir_.path() + "/absent.json",
-                                    dir_.write_file("e.json", "")}) {
+    for (const std::string &file :
+         {dir_.path("level.json"), dir_.path("absent.json"), dir_.write_file("e.json", "")}) {
         qtest::ScopedEnv dml{"DML_PATH", file};
         const bool reads = file.ends_with("level.json");
         unsigned int size = 0;

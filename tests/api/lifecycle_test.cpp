@@ -24,17 +24,14 @@ using Pcm = std::vector<int16_t>;
 const AudioAecConfig kDefaults = {
     QEN_AEC_FALSE, 0, {4, 6, 36, 49, 50, 51}, {5, 4, 4, 5, 10, 10, 10}};
 
-bool same(const AudioAecConfig &a, const AudioAecConfig &b) {
-    return a.comfort_noise_enable == b.comfort_noise_enable && a.delay_sample == b.delay_sample &&
+// The configuration the instance reads back is `b`.
+bool config_is(AEC_HANDLE h, const AudioAecConfig &b) {
+    AudioAecInit rec;
+    AudioAecConfig a;
+    return QenAec_GetConfig(h, &rec, &a) == ALGO_AEC_RET_SUCCESS &&
+           a.comfort_noise_enable == b.comfort_noise_enable && a.delay_sample == b.delay_sample &&
            memcmp(a.suppression_mode_freq, b.suppression_mode_freq, 24) == 0 &&
            memcmp(a.suppression_mode_intensity, b.suppression_mode_intensity, 28) == 0;
-}
-
-AudioAecConfig config_of(AEC_HANDLE h, AudioAecInit *rec = nullptr) {
-    AudioAecInit ignored;
-    AudioAecConfig cfg;
-    EXPECT_EQ(QenAec_GetConfig(h, rec ? rec : &ignored, &cfg), ALGO_AEC_RET_SUCCESS);
-    return cfg;
 }
 
 testkit::Recording scene(testkit::Layout l, double seconds = 1.0) {
@@ -62,7 +59,7 @@ TEST(Lifecycle, InitNeedsNoClearedBlock) {
                 AudioAecInit init = {128, uint32_t(l.near_channels), uint32_t(l.far_channels),
                                      static_cast<QEN_AEC_SAMPLE_RATE>(rate)};
                 ASSERT_EQ(QenAec_Init(block.data(), &init), block.data());
-                EXPECT_TRUE(same(config_of(block.data()), config_of(zeroed.handle())));
+                EXPECT_TRUE(config_is(block.data(), kDefaults));
                 EXPECT_TRUE(run(block.data(), rec, mode) == run(zeroed.handle(), rec, mode))
                     << rate << " Hz " << l.near_channels << "x" << l.far_channels << " "
                     << testkit::mode_name(mode);
@@ -80,7 +77,7 @@ TEST(Lifecycle, ConfigIsAllOrNothing) {
     const testkit::Instance reference;
     AudioAecConfig cfg = good;
     ASSERT_EQ(QenAec_Config(reference.handle(), &cfg), ALGO_AEC_RET_SUCCESS);
-    EXPECT_TRUE(same(config_of(reference.handle()), good));
+    EXPECT_TRUE(config_is(reference.handle(), good));
     const Pcm want = run(reference.handle(), rec);
     // Each valid but for one field: comfort noise, an intensity, the first, last or a middle edge.
     for (AudioAecConfig other :
@@ -93,7 +90,7 @@ TEST(Lifecycle, ConfigIsAllOrNothing) {
         cfg = good;
         ASSERT_EQ(QenAec_Config(aec.handle(), &cfg), ALGO_AEC_RET_SUCCESS);
         qtest::capture_stdout([&] { EXPECT_NE(QenAec_Config(aec.handle(), &other), 0); });
-        EXPECT_TRUE(same(config_of(aec.handle()), good));
+        EXPECT_TRUE(config_is(aec.handle(), good));
         EXPECT_TRUE(run(aec.handle(), rec) == want);
     }
 }
@@ -122,7 +119,7 @@ TEST(Lifecycle, ResetRestartsTheLinearStageAndKeepsTheDelay) {
             other.near[t] = static_cast<int16_t>(other.near[t] / 2 + 50);
         }
         const testkit::Instance used({rate, 1, 1}), twin({rate, 1, 1}), fresh({rate, 1, 1});
-        EXPECT_TRUE(same(config_of(used.handle()), kDefaults));
+        EXPECT_TRUE(config_is(used.handle(), kDefaults));
         AudioAecConfig cfg = {QEN_AEC_TRUE, 77, {3, 8, 20, 40, 60, 100}, {25, 0, 16, 20, 3, 7, 14}};
         ASSERT_EQ(QenAec_Config(used.handle(), &cfg), ALGO_AEC_RET_SUCCESS);
         run(used.handle(), rec, Mode::kFull);
@@ -132,7 +129,7 @@ TEST(Lifecycle, ResetRestartsTheLinearStageAndKeepsTheDelay) {
         ASSERT_EQ(QenAec_Reset(static_cast<char *>(twin.handle()), &init), twin.handle());
         AudioAecConfig want = kDefaults;
         want.delay_sample = 77;
-        EXPECT_TRUE(same(config_of(used.handle()), want));
+        EXPECT_TRUE(config_is(used.handle(), want));
         const Pcm a = run(used.handle(), rec, Mode::kLinear);
         for (const testkit::Instance *other_aec : {&twin, &fresh}) {
             const Pcm b = run(other_aec->handle(), rec, Mode::kLinear);
@@ -213,37 +210,28 @@ TEST(Lifecycle, ComfortNoiseFillsTheSuppressedEcho) {
 TEST(Lifecycle, SplitRunWritesTheLinearOutputFirst) {
     const testkit::Recording rec = scene({16000, 1, 1}, 0.5);
     const testkit::Instance split, linear, fresh;
-    Pcm first(rec.near.size());
-    Pcm out = rec.near;
+    Pcm first(rec.near.size()), out = rec.near;
     testkit::run(split.handle(), rec.layout, out, rec.far, Mode::kSplit, {}, first);
-    EXPECT_TRUE(first == run(linear.handle(), rec, Mode::kLinear));
-    EXPECT_FALSE(first == out);
-    Pcm near(rec.near.begin(), rec.near.begin() + 128);
-    EXPECT_EQ(QenAec_NLP_Run(fresh.handle(), near.data()), ALGO_AEC_RET_SUCCESS);
-    EXPECT_EQ(near, Pcm(128, 0));
+    EXPECT_TRUE(first == run(linear.handle(), rec, Mode::kLinear) && first != out);
+    out.resize(128);
+    EXPECT_EQ(QenAec_NLP_Run(fresh.handle(), out.data()), ALGO_AEC_RET_SUCCESS);
+    EXPECT_EQ(out, Pcm(128, 0));
 }
 
-class Dumps : public testing::Test {
-protected:
-    Pcm file(const std::string &kind, int id) const {
-        const std::string b = qtest::read_file(dir_.path() + "/Audio_AEC_" + kind + "_data_" +
-                                               std::to_string(id) + ".pcm");
-        Pcm pcm(b.size() / 2);
-        memcpy(pcm.data(), b.data(), pcm.size() * 2);
-        return pcm;
-    }
-    qtest::TempDir dir_;
-    qtest::ScopedEnv path_{"AUDIO_DUMP_PATH", dir_.path()};
-    qtest::ScopedEnv dump_{"AUDIO_AEC_DUMP", "1"};
-};
-
-// The files hold the inputs and the output, named by the handle id; echo one block a frame.
-TEST_F(Dumps, FilesHoldWhatCameInAndWentOut) {
+// The files hold the inputs and the output, named by the handle id (echo: one block a frame).
+// Switched off and on they start over; with no directory named they are in the current one.
+TEST(Lifecycle, DumpsHoldWhatCameInAndWentOut) {
+    const qtest::TempDir dir;
+    const auto file = [&](const std::string &kind, int id) {
+        return qtest::read_pcm(
+            dir.path("Audio_AEC_" + kind + "_data_" + std::to_string(id) + ".pcm"));
+    };
     const testkit::Recording rec = scene({16000, 2, 1}, 0.05);
     for (Mode mode : {Mode::kFull, Mode::kLinear}) {
         const int id = mode == Mode::kFull ? 0 : 100;
         Pcm out = rec.near;
         {
+            const qtest::ScopedEnv path("AUDIO_DUMP_PATH", dir.path()), on("AUDIO_AEC_DUMP", "1");
             const testkit::Instance aec(rec.layout);
             qtest::capture_stdout([&] { QenAec_SetHandleId(aec.handle(), id == 0 ? -4 : 250); });
             testkit::run(aec.handle(), rec.layout, out, rec.far, mode);
@@ -253,55 +241,38 @@ TEST_F(Dumps, FilesHoldWhatCameInAndWentOut) {
         EXPECT_EQ(file("output", id), out);
         EXPECT_EQ(file("echo", id).size(), 128 * (rec.frames() - (mode == Mode::kLinear)));
     }
-}
-
-// Off closes the files, on again truncates them; with no directory named they go to the current.
-TEST_F(Dumps, SwitchingOffAndOnTruncatesAndTheDefaultDirectoryIsCurrent) {
-    const testkit::Recording rec = scene({8000, 1, 1}, 0.1);
     const auto cwd = std::filesystem::current_path();
-    std::filesystem::current_path(dir_.path());
+    std::filesystem::current_path(dir.path());
     {
         const qtest::ScopedEnv no_path("AUDIO_DUMP_PATH", std::nullopt);
         const testkit::Instance aec(rec.layout);
-        Pcm near = rec.near;
         for (const char *value : {"1", "1", "0", "1"}) {
             const qtest::ScopedEnv on("AUDIO_AEC_DUMP", value);
-            testkit::run_frame(aec.handle(), near.data(), rec.far.data(), Mode::kFull);
+            testkit::run_frame(aec.handle(), Pcm(rec.near).data(), rec.far.data(), Mode::kFull);
         }
     }
     std::filesystem::current_path(cwd);
     EXPECT_EQ(file("far_end", 0), Pcm(rec.far.begin(), rec.far.begin() + 128));
 }
 
-// The floating-point control register (x86 MXCSR, ARMv7 FPSCR), its flush-to-zero bits and
-// its flag bits, which ordinary arithmetic sets and which are therefore not compared.
+// The floating-point control register, its flush-to-zero bits and its flag bits (which ordinary
+// arithmetic sets, and which are therefore not compared).
 #if defined(__SSE__)
-unsigned fp_register() {
-    return _mm_getcsr();
-}
-void set_fp_register(unsigned v) {
-    _mm_setcsr(v);
-}
-constexpr unsigned kFlush = 0x8040u;  // FTZ and DAZ
-constexpr unsigned kFlags = 0x3Fu;    // exception flags
+const auto fp_get = [] { return _mm_getcsr(); };  // MXCSR
+const auto fp_set = [](unsigned v) { _mm_setcsr(v); };
+constexpr unsigned kFlush = 0x8040u, kFlags = 0x3Fu;  // FTZ and DAZ; exceptions
 #elif defined(__arm__)
-unsigned fp_register() {
+const auto fp_get = [] {
     unsigned v;
     __asm__ volatile("vmrs %0, fpscr" : "=r"(v));
     return v;
-}
-void set_fp_register(unsigned v) {
-    __asm__ volatile("vmsr fpscr, %0" : : "r"(v));
-}
-constexpr unsigned kFlush = 1u << 24;     // FZ
-constexpr unsigned kFlags = 0xF80000FFu;  // comparison and cumulative exception flags
+};
+const auto fp_set = [](unsigned v) { __asm__ volatile("vmsr fpscr, %0" : : "r"(v)); };
+constexpr unsigned kFlush = 1u << 24, kFlags = 0xF80000FFu;  // FZ; comparison, exceptions
 #else
-unsigned fp_register() {
-    return 0;
-}
-void set_fp_register(unsigned) {}
-constexpr unsigned kFlush = 0;
-constexpr unsigned kFlags = 0;
+const auto fp_get = [] { return 0u; };
+const auto fp_set = [](unsigned) {};
+constexpr unsigned kFlush = 0, kFlags = 0;
 #endif
 
 // The run functions hand the caller's floating-point mode back (rounding, the control bits).
@@ -309,21 +280,21 @@ TEST(Lifecycle, RunFunctionsRestoreTheCallersFloatingPointMode) {
     const testkit::Recording rec = scene({16000, 1, 1}, 0.05);
     const testkit::Instance aec;
     const int saved = fegetround();
-    const unsigned saved_register = fp_register();
+    const unsigned saved_register = fp_get();
     for (int setup = 0; setup < 3; ++setup) {
         fesetround(setup == 0 ? FE_TONEAREST : FE_UPWARD);
-        set_fp_register(setup == 2 ? fp_register() | kFlush : fp_register() & ~kFlush);
-        const unsigned controls = fp_register() & ~kFlags;
+        fp_set(setup == 2 ? fp_get() | kFlush : fp_get() & ~kFlush);
+        const unsigned controls = fp_get() & ~kFlags;
         const int round = fegetround();
         for (Mode mode : {Mode::kFull, Mode::kLinear, Mode::kSplit}) {
             Pcm near = rec.near;
             testkit::run_frame(aec.handle(), near.data(), rec.far.data(), mode);
             EXPECT_EQ(fegetround(), round);
-            EXPECT_EQ(fp_register() & ~kFlags, controls) << "caller set-up " << setup;
+            EXPECT_EQ(fp_get() & ~kFlags, controls) << "caller set-up " << setup;
         }
     }
     fesetround(saved);
-    set_fp_register(saved_register);
+    fp_set(saved_register);
 }
 
 }  // namespace

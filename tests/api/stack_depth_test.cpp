@@ -6,52 +6,38 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <vector>
 
 #include "testkit/signals.h"
 
 namespace {
 
-constexpr size_t kStackBytes = 256 * 1024;
+constexpr size_t kStackBytes = 256 * 1024, kBudget = 8 * 1024;
 constexpr unsigned char kPaint = 0xA5;
-constexpr size_t kBudget = 8 * 1024;
-
-struct Frames {
-    AEC_HANDLE handle;
-    testkit::Recording rec;
-};
-
-void *run_frames(void *arg) {
-    auto *f = static_cast<Frames *>(arg);
-    std::vector<int16_t> near = f->rec.near;
-    testkit::run(f->handle, f->rec.layout, near, f->rec.far, testkit::Mode::kFull);
-    return nullptr;
-}
 
 // Bytes of a painted stack that `fn` has written over.
-size_t painted_depth(void *(*fn)(void *), void *arg) {
-    void *stack = nullptr;
-    if (posix_memalign(&stack, 4096, kStackBytes) != 0) {
-        return SIZE_MAX;
-    }
-    memset(stack, kPaint, kStackBytes);
+size_t painted_depth(std::function<void()> fn) {
+    std::vector<unsigned char> stack(kStackBytes + 4096, kPaint);
+    unsigned char *base = stack.data() + (4096 - reinterpret_cast<uintptr_t>(stack.data()) % 4096);
     pthread_attr_t attr;
     pthread_attr_init(&attr);
-    pthread_attr_setstack(&attr, stack, kStackBytes);
+    pthread_attr_setstack(&attr, base, kStackBytes);
     pthread_t thread;
-    size_t depth = SIZE_MAX;
-    if (pthread_create(&thread, &attr, fn, arg) == 0) {
+    const auto call = [](void *f) -> void * {
+        (*static_cast<std::function<void()> *>(f))();
+        return nullptr;
+    };
+    size_t untouched = kStackBytes;
+    if (pthread_create(&thread, &attr, call, &fn) == 0) {
         pthread_join(thread, nullptr);
-        const auto *bytes = static_cast<const unsigned char *>(stack);
-        size_t untouched = 0;
-        while (untouched < kStackBytes && bytes[untouched] == kPaint) {
+        untouched = 0;
+        while (untouched < kStackBytes && base[untouched] == kPaint) {
             ++untouched;
         }
-        depth = kStackBytes - untouched;
     }
     pthread_attr_destroy(&attr);
-    free(stack);
-    return depth;
+    return kStackBytes - untouched;
 }
 
 class StackDepth : public testing::TestWithParam<int> {};
@@ -65,10 +51,13 @@ TEST_P(StackDepth, OneRunStaysWithinEightKilobytes) {
         {.rate = GetParam(), .near_channels = 2, .far_channels = 2, .seconds = 1.0});
     const testkit::Instance warm(in.layout, {.comfort_noise = true}),
         aec(in.layout, {.comfort_noise = true});
-    Frames w{warm.handle(), in}, f{aec.handle(), in};
-    run_frames(&w);
-    const size_t idle = painted_depth([](void *) -> void * { return nullptr; }, nullptr);
-    const size_t depth = painted_depth(run_frames, &f);
+    const auto run = [&](AEC_HANDLE h) {
+        std::vector<int16_t> near = in.near;
+        testkit::run(h, in.layout, near, in.far, testkit::Mode::kFull);
+    };
+    run(warm.handle());
+    const size_t idle = painted_depth([] {});
+    const size_t depth = painted_depth([&] { run(aec.handle()); });
     ASSERT_LT(depth, kStackBytes) << "the frames used the whole painted stack";
     const size_t run_depth = depth - idle;
     printf("peak stack of QenAec_Run at %d Hz: %zu bytes\n", GetParam(), run_depth);

@@ -8,7 +8,6 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -17,9 +16,7 @@
 
 namespace cli {
 
-namespace {
-
-std::string quote(const std::string &s) {
+static std::string quote(const std::string &s) {
     std::string q = "'";
     for (char c : s) {
         q += c == '\'' ? std::string("'\\''") : std::string(1, c);
@@ -28,8 +25,8 @@ std::string quote(const std::string &s) {
 }
 
 template <typename Sample>
-void write_sndfile(const std::string &path, int rate, int channels,
-                   const std::vector<Sample> &samples) {
+void write_wav(const std::string &path, int rate, int channels,
+               const std::vector<Sample> &samples) {
     constexpr bool kFloat = std::is_same_v<Sample, float>;
     SF_INFO info{0, rate, channels, SF_FORMAT_WAV | (kFloat ? SF_FORMAT_FLOAT : SF_FORMAT_PCM_16),
                  0, 0};
@@ -46,8 +43,8 @@ void write_sndfile(const std::string &path, int rate, int channels,
     }
     sf_close(f);
 }
-
-}  // namespace
+template void write_wav(const std::string &, int, int, const std::vector<int16_t> &);
+template void write_wav(const std::string &, int, int, const std::vector<float> &);
 
 Result run(const std::vector<std::string> &args, const Env &env) {
     static int counter = 0;
@@ -70,15 +67,6 @@ Result run(const std::vector<std::string> &args, const Env &env) {
     return r;
 }
 
-void write_wav(const std::string &path, int rate, int channels,
-               const std::vector<int16_t> &samples) {
-    write_sndfile(path, rate, channels, samples);
-}
-
-void write_wav(const std::string &path, int rate, int channels, const std::vector<float> &samples) {
-    write_sndfile(path, rate, channels, samples);
-}
-
 Wav read_wav(const std::string &path) {
     SF_INFO info{};
     SNDFILE *f = sf_open(path.c_str(), SFM_READ, &info);
@@ -97,13 +85,6 @@ void write_raw(const std::string &path, const std::vector<int16_t> &samples) {
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char *>(samples.data()),
                static_cast<std::streamsize>(samples.size() * sizeof(int16_t)));
-}
-
-std::vector<int16_t> read_raw(const std::string &path) {
-    const std::string bytes = qtest::read_file(path);
-    std::vector<int16_t> samples(bytes.size() / 2);
-    std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
-    return samples;
 }
 
 double json_number(const std::string &json, const std::string &key) {

@@ -22,23 +22,17 @@ using Env = std::vector<std::pair<std::string, std::string>>;
 // Runs the tool with `args`; `env` entries are set for that run only.
 Result run(const std::vector<std::string> &args, const Env &env = {});
 
-class TempDir : public qtest::TempDir {
-public:
-    std::string path(const std::string &name) const { return dir() + "/" + name; }
-    const std::string &dir() const { return qtest::TempDir::path(); }
-};
+using qtest::TempDir;
 
 struct Wav {
     int rate = 0, channels = 0;
     std::vector<int16_t> samples;  // interleaved
 };
-void write_wav(const std::string &path, int rate, int channels,
-               const std::vector<int16_t> &samples);
-// 32-bit float, full scale +-1.0 (values beyond are stored as they are).
-void write_wav(const std::string &path, int rate, int channels, const std::vector<float> &samples);
+// 16-bit, or 32-bit float at full scale +-1.0 (values beyond are stored as they are).
+template <typename Sample>  // int16_t or float
+void write_wav(const std::string &path, int rate, int channels, const std::vector<Sample> &samples);
 Wav read_wav(const std::string &path);
 void write_raw(const std::string &path, const std::vector<int16_t> &samples);
-std::vector<int16_t> read_raw(const std::string &path);
 
 // A number in JSON by its path ("tuned.edges.2"); NaN when missing or not a number.
 double json_number(const std::string &json, const std::string &key);
@@ -51,20 +45,15 @@ Result process_files(const TempDir &dir, int rate, int near_channels,
                      const std::vector<int16_t> &far, const std::vector<std::string> &extra = {},
                      const Env &env = {});
 
-inline int count_lines(const std::string &text) {
-    return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
-}
-
 // The inputs zero-padded to whole frames, run by a fresh instance, trimmed back.
 inline std::vector<int16_t> reference_output(std::vector<int16_t> near, std::vector<int16_t> far,
-                                             int rate, int near_ch, int far_ch,
-                                             testkit::Mode mode = testkit::Mode::kFull) {
+                                             int rate, int near_ch, int far_ch) {
     const size_t samples = near.size() / near_ch;
     const size_t frames = (samples + testkit::kFrame - 1) / testkit::kFrame;
     testkit::Recording in = {{rate, near_ch, far_ch}, std::move(near), std::move(far)};
     in.near.resize(frames * testkit::kFrame * near_ch, 0);
     in.far.resize(frames * testkit::kFrame * far_ch, 0);
-    std::vector<int16_t> out = testkit::process(in, mode);
+    std::vector<int16_t> out = testkit::process(in, testkit::Mode::kFull);
     out.resize(samples * near_ch);
     return out;
 }

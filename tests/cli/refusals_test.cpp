@@ -3,10 +3,11 @@
 // standard output, and its folder as it was.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <algorithm>
+#include <filesystem>
 #include <cstring>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -124,6 +125,7 @@ std::vector<std::string> split(const std::string &s, char sep) {
     return parts;
 }
 
+// `s` with every "@" replaced by `dir`.
 std::string at(std::string s, const std::string &dir) {
     for (size_t i = s.find('@'); i != std::string::npos; i = s.find('@', i + dir.size())) {
         s.replace(i, 1, dir);
@@ -132,12 +134,10 @@ std::string at(std::string s, const std::string &dir) {
 }
 
 std::vector<int16_t> noise(size_t samples, int amplitude = 2048) {
+    std::mt19937 rng(12345);
+    std::uniform_int_distribution<int> uniform(-amplitude, amplitude);
     std::vector<int16_t> v(samples);
-    uint32_t x = 12345;
-    for (int16_t &s : v) {
-        x = x * 1664525u + 1013904223u;
-        s = static_cast<int16_t>(static_cast<int>(x >> 20) * amplitude / 2048 - amplitude);
-    }
+    std::ranges::generate(v, [&] { return static_cast<int16_t>(uniform(rng)); });
     return v;
 }
 
@@ -198,7 +198,7 @@ class Refusals : public testing::TestWithParam<const char *> {};
 TEST_P(Refusals, ExitWithStatusAndMessageAndLeaveTheFolderAsItWas) {
     cli::TempDir tmp;
     fixtures(tmp);
-    const std::vector<std::string> c = split(at(GetParam(), tmp.dir()), '|');
+    const std::vector<std::string> c = split(at(GetParam(), tmp.path()), '|');
     std::vector<std::string> args;
     cli::Env env;
     for (const std::string &word : split(c[3], ' ')) {
@@ -215,19 +215,19 @@ TEST_P(Refusals, ExitWithStatusAndMessageAndLeaveTheFolderAsItWas) {
             args.erase(first, first + 2);
         }
     }
-    const auto before = snapshot(tmp.dir());
+    const auto before = snapshot(tmp.path());
     const cli::Result r = cli::run(args, env);
     EXPECT_EQ(r.status, std::stoi(c[1])) << r.err;
     for (size_t i = 4; i < c.size(); ++i) {
         EXPECT_NE(r.err.find(c[i]), std::string::npos) << "no '" << c[i] << "' in\n" << r.err;
     }
     if (c[2] != "0") {
-        EXPECT_EQ(cli::count_lines(r.err), std::stoi(c[2])) << r.err;
+        EXPECT_EQ(std::ranges::count(r.err, '\n'), std::stol(c[2])) << r.err;
         const size_t last = r.err.rfind('\n', r.err.size() - 2) + 1;  // 0 for a single line
         EXPECT_EQ(r.err.compare(last, 15, "qenaec: error: "), 0) << r.err;
     }
     EXPECT_EQ(r.out, "");
-    EXPECT_TRUE(snapshot(tmp.dir()) == before) << "something written or changed";
+    EXPECT_TRUE(snapshot(tmp.path()) == before) << "something written or changed";
 }
 
 INSTANTIATE_TEST_SUITE_P(Cli, Refusals, testing::ValuesIn(kCases),

@@ -3,6 +3,7 @@
 // count change nothing.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 #include <numeric>
@@ -16,10 +17,6 @@
 namespace {
 
 constexpr int kRate = 8000;
-
-struct Device {
-    std::vector<int16_t> mic, far, talker;
-};
 
 // A linear-phase band pass of lo..hi Hz (windowed sinc, 255 taps): the output lags the input
 // by 127 samples.
@@ -51,7 +48,8 @@ double energy(const std::vector<double> &x) {
 // The kit's echo above 200 Hz, plus the loudspeaker's distortion |x|x kept to 400..900 Hz at
 // three times the linear echo's power there: the linear stage cannot model it, and with the
 // default edges at 8 kHz it lies in band 2 (bins 7..36). The talker: noise, 0.4 s on and off.
-Device leaky_device(double seconds) {
+// Writes near.wav, far.wav and talker.wav into `dir`.
+void write_leaky_device(const cli::TempDir &dir, double seconds) {
     const testkit::Recording rec =
         testkit::noise_echo({.rate = kRate, .seconds = seconds, .seed = 5});
     const size_t n = rec.far.size();
@@ -64,37 +62,33 @@ Device leaky_device(double seconds) {
     }
     const std::vector<double> distortion = band_pass(driven, 400.0, 900.0);
     const double gain = std::sqrt(3.0 * energy(band_pass(echo, 400.0, 900.0)) / energy(distortion));
-
-    Device d;
-    d.far = rec.far;
+    std::vector<int16_t> mic, talker;
     std::mt19937 rng(11);
     std::normal_distribution<double> gauss(0.0, 1.0);
     const size_t burst = static_cast<size_t>(0.4 * kRate);
     for (size_t t = 0; t < n; ++t) {
-        d.mic.push_back(testkit::to_pcm(echo[t] + gain * distortion[t]));
+        mic.push_back(testkit::to_pcm(echo[t] + gain * distortion[t]));
         const double voice = (t / burst) % 2 == 1 ? 2000.0 * gauss(rng) : 0.0;
-        d.talker.push_back(testkit::to_pcm(voice + 33.0 * gauss(rng)));
+        talker.push_back(testkit::to_pcm(voice + 33.0 * gauss(rng)));
     }
-    return d;
+    cli::write_wav(dir.path("near.wav"), kRate, 1, mic);
+    cli::write_wav(dir.path("far.wav"), kRate, 1, rec.far);
+    cli::write_wav(dir.path("talker.wav"), kRate, 1, talker);
 }
 
-// Writes the device's recordings and returns the quick search's arguments on them.
-std::vector<std::string> tune_args(const cli::TempDir &dir, const Device &d,
-                                   std::vector<std::string> extra) {
-    cli::write_wav(dir.path("near.wav"), kRate, 1, d.mic);
-    cli::write_wav(dir.path("far.wav"), kRate, 1, d.far);
-    cli::write_wav(dir.path("talker.wav"), kRate, 1, d.talker);
+// The quick search on the device in `dir`, then `extra`.
+cli::Result tune(const cli::TempDir &dir, std::vector<std::string> extra) {
     extra.insert(extra.begin(),
                  {"tune", "--near", dir.path("near.wav"), "--far", dir.path("far.wav"), "--talker",
                   dir.path("talker.wav"), "--quick"});
-    return extra;
+    return cli::run(extra);
 }
 
 TEST(Tune, SpendsSuppressionOnTheLeakyBandAndProcessGetsItsResult) {
     cli::TempDir tmp;
-    const cli::Result r = cli::run(tune_args(tmp, leaky_device(4.0),
-                                             {"--max-near-loss", "10", "--jobs", "2", "--json",
-                                              tmp.path("t.json"), "--csv", tmp.path("c.csv")}));
+    write_leaky_device(tmp, 4.0);
+    const cli::Result r = tune(tmp, {"--max-near-loss", "10", "--jobs", "2", "--json",
+                                     tmp.path("t.json"), "--csv", tmp.path("c.csv")});
     ASSERT_EQ(r.status, 0) << r.err;
     const std::string json = qtest::read_file(tmp.path("t.json"));
     auto raised = [&](int band) {
@@ -106,7 +100,7 @@ TEST(Tune, SpendsSuppressionOnTheLeakyBandAndProcessGetsItsResult) {
         EXPECT_LT(raised(band), raised(2)) << "band " << band << "\n" << json;
     }
     EXPECT_LE(cli::json_number(json, "tuned.near_loss_db"), 10.0);
-    EXPECT_EQ(cli::count_lines(qtest::read_file(tmp.path("c.csv"))),
+    EXPECT_EQ(std::ranges::count(qtest::read_file(tmp.path("c.csv")), '\n'),
               cli::json_number(json, "candidates") + 1);
 
     // process --config measures the ERLE tune reported.
@@ -119,16 +113,15 @@ TEST(Tune, SpendsSuppressionOnTheLeakyBandAndProcessGetsItsResult) {
 // The candidates run on threads; their figures and order must not depend on how many.
 TEST(Tune, SameResultWhateverTheThreadCount) {
     cli::TempDir tmp;
-    const Device d = leaky_device(1.5);
+    write_leaky_device(tmp, 1.5);
     std::string csv[2];
     for (int i = 0; i < 2; ++i) {
         const std::string path = tmp.path(i == 0 ? "one.csv" : "three.csv");
-        const cli::Result r =
-            cli::run(tune_args(tmp, d, {"--jobs", i == 0 ? "1" : "3", "--csv", path}));
+        const cli::Result r = tune(tmp, {"--jobs", i == 0 ? "1" : "3", "--csv", path});
         ASSERT_EQ(r.status, 0) << r.err;
         csv[i] = qtest::read_file(path);
     }
-    EXPECT_GT(cli::count_lines(csv[0]), 100);
+    EXPECT_GT(std::ranges::count(csv[0], '\n'), 100);
     EXPECT_EQ(csv[1], csv[0]);
 }
 

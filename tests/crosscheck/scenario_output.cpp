@@ -1,15 +1,14 @@
 // One fixed 10 s echo scene with a talker from 4 s (echo alone gives near silence, which matches
 // anywhere). `write DIR` writes the inputs and both outputs as raw PCM; `compare REF DIR FLOOR_DB`
 // also checks identical inputs and each output within FLOOR_DB of REF's.
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "scratch.h"
 #include "testkit/frame_loop.h"
 #include "testkit/signals.h"
 
@@ -21,20 +20,10 @@ const char *const kNames[4] = {"near.pcm", "far.pcm", "run.pcm", "adf_run.pcm"};
 std::vector<Pcm> produce() {
     const testkit::Scenario s = {.seconds = 10.0};
     testkit::Recording in = testkit::noise_echo(s);
-    // Harmonics of a gliding 120..180 Hz pitch up to 3.4 kHz, in 4 Hz syllables, at -22 dBFS.
-    const double kLevel = 32768.0 * std::pow(10.0, -22.0 / 20);
-    double phase = 0;
-    for (size_t t = 0; t < in.near.size(); ++t) {
-        const double sec = double(t) / s.rate;
-        phase += 2 * M_PI * (150.0 + 30.0 * std::sin(2 * M_PI * 0.7 * sec)) / s.rate;
-        if (sec >= 4.0 && sec < 9.0) {
-            double voice = 0;
-            for (int k = 1; k * 180.0 < 3400.0; ++k) {
-                voice += std::sin(k * phase) / k;
-            }
-            const double syllable = std::sin(M_PI * std::fmod(sec * 4.0, 1.0));
-            in.near[t] = testkit::to_pcm(in.near[t] + kLevel * syllable * syllable * voice);
-        }
+    // A talker from 4 to 9 s at -22 dBFS.
+    const std::vector<double> talk = testkit::speech_like(s.rate, in.near.size(), -22.0, 7);
+    for (size_t t = 4 * s.rate; t < size_t(9 * s.rate); ++t) {
+        in.near[t] = testkit::to_pcm(in.near[t] + talk[t]);
     }
     // Run before ADF_Run everywhere: comfort noise's table positions are process-wide.
     ALGO_AEC_RET run = ALGO_AEC_RET_SUCCESS, adf = ALGO_AEC_RET_SUCCESS;
@@ -79,10 +68,7 @@ int compare(const std::string &ref_dir, const std::string &dir, double floor_db)
     const std::vector<Pcm> own = produce();
     std::vector<Pcm> ref(4);
     for (int i = 0; i < 4; ++i) {
-        std::ifstream in(ref_dir + "/" + kNames[i], std::ios::binary);
-        const std::string bytes((std::istreambuf_iterator<char>(in)), {});
-        ref[i].resize(bytes.size() / 2);
-        std::copy_n(bytes.data(), ref[i].size() * 2, reinterpret_cast<char *>(ref[i].data()));
+        ref[i] = qtest::read_pcm(ref_dir + "/" + kNames[i]);
     }
     if (!write_files(own, dir) || ref[0].empty()) {
         std::printf("no reference in %s\n", ref_dir.c_str());

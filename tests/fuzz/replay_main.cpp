@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <vector>
+
+#include "scratch.h"
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
@@ -24,10 +24,8 @@ int main(int argc, char **argv) {
     std::sort(files.begin(), files.end());
     LLVMFuzzerInitialize(&argc, &argv);
     for (const auto &path : files) {
-        std::ifstream in(path, std::ios::binary);
-        const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                                         std::istreambuf_iterator<char>());
-        LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+        const std::string bytes = qtest::read_file(path);
+        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
     }
     fprintf(report, "%zu inputs replayed from %s\n", files.size(), argv[1]);
     return files.empty() ? 1 : 0;

@@ -23,28 +23,6 @@ constexpr size_t kMaxResampleFrames = 1 << 15;
     abort();
 }
 
-// The bytes as a file the input layer can open by name, without touching the disk.
-class MemoryFile {
-public:
-    MemoryFile(const uint8_t *data, size_t size) : fd_(memfd_create("tool_fuzzer", 0)) {
-        if (fd_ < 0)
-            fail("memfd_create");
-        for (size_t done = 0; done < size;) {
-            const ssize_t n = ::write(fd_, data + done, size - done);
-            if (n <= 0)
-                fail("write");
-            done += static_cast<size_t>(n);
-        }
-        path_ = "/proc/self/fd/" + std::to_string(fd_);
-    }
-    ~MemoryFile() { close(fd_); }
-    const std::string &path() const { return path_; }
-
-private:
-    int fd_;
-    std::string path_;
-};
-
 void check_audio(const qtool::Audio &a, const qtool::RawLayout *raw, size_t bytes) {
     if (a.channels <= 0 && !a.samples.empty())
         fail("samples without channels");
@@ -81,7 +59,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const int kRawRates[] = {16000, 8000, 32000, 48000, 44100, 11025, 1, 0, -8000};
     static const int kDumpRates[] = {8000, 16000, 32000, 48000};
     const uint8_t how = data[0];
-    const MemoryFile file(data + 1, size - 1);
+    // The bytes as a file the input layer can open by name, without touching the disk.
+    const int fd = memfd_create("tool_fuzzer", 0);
+    if (fd < 0 || write(fd, data + 1, size - 1) != static_cast<ssize_t>(size - 1)) {
+        fail("memfd");
+    }
     qtool::RawLayout layout;
     const qtool::RawLayout *raw = nullptr;
     switch (how % 3) {
@@ -97,11 +79,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             break;
     }
     try {
-        const qtool::Audio audio = qtool::read_audio(file.path(), raw);
+        const qtool::Audio audio = qtool::read_audio("/proc/self/fd/" + std::to_string(fd), raw);
         check_audio(audio, raw, size - 1);
     } catch (const qtool::ToolError &e) {
         if (e.status != qtool::kExitFailure)
             fail("a refusal with a usage status");
     }
+    close(fd);
     return 0;
 }

@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -105,12 +104,12 @@ const auto case_name = [](const auto &info) { return std::string(info.param.name
 
 struct FileCase {
     const char *name;
-    int rate = 0, near_channels = 1, far_channels = 1;  // rate 0: the demo recordings
-    size_t extra_samples = 0;                           // near samples beyond whole frames
-    double far_share = 1.0;                             // far length over near length
-    bool saturate = false;                              // a clipped burst on the microphone
-    long far_delay = 0;  // samples the properties delay the reference by
-    long late = 0;       // samples the reference's timestamps lag by
+    int rate, near_channels, far_channels;
+    size_t extra_samples = 0;  // near samples beyond whole frames
+    double far_share = 1.0;    // far length over near length
+    bool saturate = false;     // a clipped burst on the microphone
+    long far_delay = 0;        // samples the properties delay the reference by
+    long late = 0;             // samples the reference's timestamps lag by
     const char *properties = "", *tool_options = "";
     const char *config = nullptr;  // a tune result, given to the element as config=
 };
@@ -120,42 +119,33 @@ class FilePipeline : public testing::TestWithParam<FileCase> {};
 TEST_P(FilePipeline, EqualsTheToolSampleForSample) {
     const FileCase &c = GetParam();
     cli::TempDir dir;
-    cli::Wav near, far;
-    if (c.rate == 0) {
-        near = cli::read_wav(QENAEC_DEMO_AUDIO "/near.wav");
-        far = cli::read_wav(QENAEC_DEMO_AUDIO "/far.wav");
-    } else {
-        const testkit::Recording r = testkit::noise_echo({.rate = c.rate,
-                                                          .near_channels = c.near_channels,
-                                                          .far_channels = c.far_channels,
-                                                          .seconds = 4.0});
-        near = {c.rate, c.near_channels, r.near};
-        far = {c.rate, c.far_channels, r.far};
-    }
-    near.samples.resize(near.samples.size() + c.extra_samples * near.channels, 0);
-    const size_t near_len = near.samples.size() / near.channels;
+    testkit::Recording r = testkit::noise_echo({.rate = c.rate,
+                                                .near_channels = c.near_channels,
+                                                .far_channels = c.far_channels,
+                                                .seconds = 4.0});
+    r.near.resize(r.near.size() + c.extra_samples * c.near_channels, 0);
+    const size_t near_len = r.near.size() / c.near_channels;
     const size_t far_len = static_cast<size_t>(std::lround(near_len * c.far_share));
-    far.samples.resize(far_len * far.channels);
-    for (size_t i = near.samples.size() / 3; c.saturate && i < near.samples.size() / 3 + 4000;
-         ++i) {
-        near.samples[i] = i % 2 == 0 ? 32767 : -32768;
+    r.far.resize(far_len * c.far_channels);
+    for (size_t i = r.near.size() / 3; c.saturate && i < r.near.size() / 3 + 4000; ++i) {
+        r.near[i] = i % 2 == 0 ? 32767 : -32768;
     }
     std::vector<std::string> args = {"--quiet"};
     std::istringstream options(c.tool_options);
     for (std::string word; options >> word;) {
         args.push_back(word);
     }
-    const cli::Result tool = cli::process_files(dir, near.rate, near.channels, near.samples,
-                                                far.channels, far.samples, args);
+    const cli::Result tool =
+        cli::process_files(dir, c.rate, c.near_channels, r.near, c.far_channels, r.far, args);
     ASSERT_EQ(tool.status, 0) << tool.err;
 
     const int lines_before = library_lines;
     Outcome o;
     const std::string printed = qtest::capture_stdout([&] {
         const std::string config = c.config ? " config=" + dir.write_file("t.json", c.config) : "";
-        GstElement *pipeline = launch(file_pipeline(dir.dir(), c.properties + config));
+        GstElement *pipeline = launch(file_pipeline(dir.path(), c.properties + config));
         GstPad *pad = aec_pad(pipeline, "far_sink");
-        gst_pad_set_offset(pad, gst_util_uint64_scale_int(c.late, GST_SECOND, near.rate));
+        gst_pad_set_offset(pad, gst_util_uint64_scale_int(c.late, GST_SECOND, c.rate));
         gst_object_unref(pad);
         o = play(pipeline);
     });
@@ -163,7 +153,7 @@ TEST_P(FilePipeline, EqualsTheToolSampleForSample) {
     EXPECT_EQ(printed, "") << "the library's messages belong in the debug category";
     EXPECT_GT(library_lines, lines_before);
     const std::vector<int16_t> ours = cli::read_wav(dir.path("element.wav")).samples;
-    ASSERT_EQ(ours.size(), near.samples.size());
+    ASSERT_EQ(ours.size(), r.near.size());
     EXPECT_TRUE(ours == cli::read_wav(dir.path("out.wav")).samples);
 
     const std::string metrics = qtest::read_file(dir.path("m.json"));
@@ -185,8 +175,6 @@ TEST_P(FilePipeline, EqualsTheToolSampleForSample) {
 INSTANTIATE_TEST_SUITE_P(
     Gst, FilePipeline,
     testing::Values(
-        FileCase{"demo_defaults"},
-        FileCase{"linear_stage", 16000, 1, 1, 0, 1.0, false, 0, 0, "mode=linear", "--mode linear"},
         // 12.5 ms at 32 kHz: 400 samples.
         FileCase{"tuned_and_delayed", 32000, 1, 1, 0, 1.0, false, 400, 0,
                  "comfort-noise=true intensity=8,6,6,8,12,12,12 edges=5,8,30,45,50,60 ratio=4 "
@@ -194,15 +182,14 @@ INSTANTIATE_TEST_SUITE_P(
                  "--cng --intensity 8,6,6,8,12,12,12 --edges 5,8,30,45,50,60 --ratio 4 "
                  "--far-delay 12.5"},
         // A reference 20 ms later in running time pairs as --far-delay 20 does.
-        FileCase{"reference_timestamps_later", 16000, 1, 1, 0, 1.0, false, 0, 320, "",
-                 "--far-delay 20"},
+        FileCase{"linear_reference_timestamps_later", 16000, 1, 1, 0, 1.0, false, 0, 320,
+                 "mode=linear", "--mode linear --far-delay 20"},
         // The tune result's edges and ratio, with its intensities overridden.
-        FileCase{"config_and_property", 16000, 1, 1, 0, 1.0, false, 0, 0, "intensity=9,9,9,9,9,9,9",
+        FileCase{"config_and_property", 8000, 2, 1, 5, 1.0, false, 0, 0, "intensity=9,9,9,9,9,9,9",
                  "--intensity 9,9,9,9,9,9,9 --edges 3,7,30,40,60,90 --ratio 3",
                  R"({"tuned": {"erle_db": 30.5, "intensity": [1, 2, 3, 4, 5, 6, 7],
                                "edges": [3, 7, 30, 40, 60, 90], "ratio": 3}})"},
-        FileCase{"stereo_short_reference_odd_length", 48000, 2, 2, 77, 0.8, true},
-        FileCase{"stereo_microphone_mono_reference", 8000, 2, 1, 5}),
+        FileCase{"stereo_short_reference_odd_length", 48000, 2, 2, 77, 0.8, true}),
     case_name);
 
 // ---- Live pipelines -----------------------------------------------------------------------
@@ -218,19 +205,21 @@ struct LiveCase {
     GstClockTime stop_reference;  // reference buffers from here on are dropped; NONE: never
 };
 
+// The output's timestamps, checked for gaps and overlaps on the streaming thread.
 struct Probes {
-    std::mutex lock;
-    std::vector<std::pair<GstClockTime, GstClockTime>> output;  // pts, duration
-    std::atomic<GstClockTime> reached{0};                       // stream time put out
+    std::atomic<int> buffers{0}, gaps{0};
+    std::atomic<GstClockTime> reached{0};  // stream time put out
+    GstClockTime first_output = GST_CLOCK_TIME_NONE, next_output = GST_CLOCK_TIME_NONE;
     GstClockTime stop_reference, first_reference = GST_CLOCK_TIME_NONE;
 };
 
 GstPadProbeReturn log_output(GstPad *, GstPadProbeInfo *info, gpointer data) {
     auto *p = static_cast<Probes *>(data);
     GstBuffer *b = GST_PAD_PROBE_INFO_BUFFER(info);
-    std::lock_guard<std::mutex> hold(p->lock);
-    p->output.emplace_back(GST_BUFFER_PTS(b), GST_BUFFER_DURATION(b));
-    p->reached = GST_BUFFER_PTS(b) + GST_BUFFER_DURATION(b) - p->output.front().first;
+    p->gaps += p->buffers++ > 0 && GST_BUFFER_PTS(b) != p->next_output;
+    p->first_output = p->buffers == 1 ? GST_BUFFER_PTS(b) : p->first_output;
+    p->next_output = GST_BUFFER_PTS(b) + GST_BUFFER_DURATION(b);
+    p->reached = p->next_output - p->first_output;
     return GST_PAD_PROBE_OK;
 }
 
@@ -267,11 +256,8 @@ TEST_P(LivePipeline, KeepsTheMicrophoneFlowing) {
     gst_object_unref(aec);
 
     ASSERT_TRUE(o.finished) << o.error_source << ": " << o.error_text;
-    ASSERT_GT(p.output.size(), 1u);
-    for (size_t i = 1; i < p.output.size(); ++i) {
-        ASSERT_EQ(p.output[i].first, p.output[i - 1].first + p.output[i - 1].second)
-            << "gap or overlap before output buffer " << i;
-    }
+    ASSERT_GT(p.buffers, 1);
+    EXPECT_EQ(p.gaps, 0) << "gaps or overlaps between output buffers";
     ASSERT_GT(o.stats_messages, 0);
     if (GST_CLOCK_TIME_IS_VALID(c.stop_reference)) {
         // Every frame from the cut on went without its reference (one more for alignment).
@@ -307,19 +293,16 @@ TEST_P(Refused, StopsNamingWhatIsWrong) {
     const Refusal &c = GetParam();
     cli::TempDir dir;
     const size_t samples = c.near_rate / 2 * c.near_channels;
-    if (c.near_float) {
-        cli::write_wav(dir.path("near.wav"), c.near_rate, c.near_channels,
-                       std::vector<float>(samples, 0.03f));
-    } else {
-        cli::write_wav(dir.path("near.wav"), c.near_rate, c.near_channels,
-                       std::vector<int16_t>(samples, 1000));
-    }
+    const std::string near = dir.path("near.wav");
+    c.near_float
+        ? cli::write_wav(near, c.near_rate, c.near_channels, std::vector(samples, 0.03f))
+        : cli::write_wav(near, c.near_rate, c.near_channels, std::vector<int16_t>(samples, 1000));
     cli::write_wav(dir.path("far.wav"), c.far_rate, 1, std::vector<int16_t>(c.far_rate / 2, 1000));
     std::string path;
     if (c.config != nullptr) {
         path = *c.config ? dir.write_file("t.json", c.config) : dir.path("absent.json");
     }
-    const Outcome o = play(launch(file_pipeline(dir.dir(), path.empty() ? "" : "config=" + path)));
+    const Outcome o = play(launch(file_pipeline(dir.path(), path.empty() ? "" : "config=" + path)));
     EXPECT_EQ(o.error_source, "aec");
     EXPECT_EQ(o.error_domain, c.config ? GST_RESOURCE_ERROR : GST_CORE_ERROR);
     EXPECT_TRUE(c.config || o.error_code == GST_CORE_ERROR_NEGOTIATION) << o.error_code;

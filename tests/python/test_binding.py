@@ -50,8 +50,7 @@ def printed_on_stdout(call):
             call()
         finally:
             ctypes.CDLL(None).fflush(None)
-            os.dup2(saved, 1)
-            os.close(saved)
+            os.dup2(saved, 1), os.close(saved)
         capture.seek(0)
         return capture.read().decode()
 
@@ -62,19 +61,16 @@ class Refusals(unittest.TestCase):
         self.assertEqual({int(v, 16): n for n, v in declared}, qenaec.RET_CODES)
 
     def test_each_failure_raises_with_its_code_named(self):
-        # -1 must not wrap into an accepted unsigned ratio.
-        cases = [
-            (lambda a: qenaec.Canceller(44100), "ALGO_AEC_RET_INVALID_SAMPLE_RATE"),
-            (lambda a: qenaec.Canceller(16000, near_channels=3), "ALGO_AEC_RET_INVALID_CHANNEL"),
-            (lambda a: a.set_recursive_ratio(-1), "ALGO_AEC_RET_INVALID_RECURSIVE_RATIO"),
-            (lambda a: a.config(suppression_mode_freq=(10, 9, 20, 30, 40, 126)),
-             "ALGO_AEC_RET_INVALID_SUP_BAND"),
-            (lambda a: a.config(suppression_mode_intensity=(0, 0, 0, 26, 0, 0, 0)),
-             "ALGO_AEC_RET_INVALID_SUP_MODE"),
-            (lambda a: a.config(comfort_noise_enable=2), "ALGO_AEC_RET_INVALID_COMFORT_NOISE"),
-        ]
+        cases = {  # -1 must not wrap into an accepted unsigned ratio
+            "SAMPLE_RATE": lambda a: qenaec.Canceller(44100),
+            "CHANNEL": lambda a: qenaec.Canceller(16000, near_channels=3),
+            "RECURSIVE_RATIO": lambda a: a.set_recursive_ratio(-1),
+            "SUP_BAND": lambda a: a.config(suppression_mode_freq=(10, 9, 20, 30, 40, 126)),
+            "SUP_MODE": lambda a: a.config(suppression_mode_intensity=(0, 0, 0, 26, 0, 0, 0)),
+            "COMFORT_NOISE": lambda a: a.config(comfort_noise_enable=2)}
         with qenaec.Canceller(16000) as aec:
-            for call, name in cases:
+            for name, call in cases.items():
+                name = "ALGO_AEC_RET_INVALID_" + name
                 with self.subTest(name=name), self.assertRaises(qenaec.QenAecError) as caught:
                     call(aec)
                 self.assertEqual(caught.exception.name, name)

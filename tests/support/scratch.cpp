@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -42,10 +43,8 @@ TempDir::~TempDir() {
 }
 
 std::string TempDir::write_file(const std::string &name, const std::string &text) const {
-    const std::string full = path_ + "/" + name;
-    std::ofstream out(full, std::ios::binary);
-    out << text;
-    return full;
+    std::ofstream(path(name), std::ios::binary) << text;
+    return path(name);
 }
 
 long file_size(const std::string &path) {
@@ -59,23 +58,27 @@ std::string read_file(const std::string &path) {
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-static std::string capture(FILE *f, void (*start)(), std::string (*get)(),
-                           const std::function<void()> &fn) {
-    fflush(f);
-    start();
-    fn();
-    fflush(f);
-    return get();
+std::vector<int16_t> read_pcm(const std::string &path) {
+    const std::string bytes = read_file(path);
+    std::vector<int16_t> samples(bytes.size() / 2);
+    memcpy(samples.data(), bytes.data(), samples.size() * 2);
+    return samples;
 }
 
 std::string capture_stdout(const std::function<void()> &fn) {
-    using namespace testing::internal;
-    return capture(stdout, CaptureStdout, GetCapturedStdout, fn);
+    fflush(stdout);
+    testing::internal::CaptureStdout();
+    fn();
+    fflush(stdout);
+    return testing::internal::GetCapturedStdout();
 }
 
 std::string capture_stderr(const std::function<void()> &fn) {
-    using namespace testing::internal;
-    return capture(stderr, CaptureStderr, GetCapturedStderr, fn);
+    fflush(stderr);
+    testing::internal::CaptureStderr();
+    fn();
+    fflush(stderr);
+    return testing::internal::GetCapturedStderr();
 }
 
 }  // namespace qtest

@@ -11,14 +11,9 @@ set(required
     "Tag_Advanced_SIMD_arch: NEON"
     "Tag_ABI_VFP_args: VFP registers"
     "Tag_ABI_FP_number_model: IEEE 754")
-set(failed 0)
 foreach(pattern ${required})
     if(NOT out MATCHES "${pattern}")
-        message(SEND_ERROR "missing in ${LIBRARY}: ${pattern}")
-        set(failed 1)
+        message(FATAL_ERROR "missing in ${LIBRARY}: ${pattern}\nreadelf output:\n${out}")
     endif()
 endforeach()
-if(failed)
-    message(FATAL_ERROR "readelf output:\n${out}")
-endif()
 message(STATUS "${LIBRARY}: ARMv7-A, NEON, hard float, IEEE 754")
