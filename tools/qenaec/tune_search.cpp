@@ -355,7 +355,7 @@ size_t pair_step(Evaluator &ev, size_t at, double limit, const SearchOptions &op
 // Descent, then pair steps until they gain nothing.
 size_t climb(Evaluator &ev, size_t start, double limit, int passes, const SearchOptions &opt) {
     size_t at = descend(ev, start, limit, passes, opt);
-    for (int step = 0; step < kPairSteps; ++step) {
+    for (int step = 0; step < (opt.quick ? 1 : kPairSteps); ++step) {
         const size_t next = pair_step(ev, at, limit, opt);
         if (next == at) {
             break;
@@ -394,7 +394,9 @@ ParetoEntry entry_for(const std::vector<Candidate> &all, double limit) {
 
 size_t planned_candidates(const SearchOptions &opt) {
     const size_t passes = 1 + (opt.quick ? 1 : kPasses);
-    return 1 + pass_size(opt) * (passes + other_limits(opt, -1.0).size());
+    const size_t pair_steps = opt.quick ? 1 : kPairSteps;
+    return 1 + pass_size(opt) * (passes + other_limits(opt, -1.0).size()) +
+           (pass_size(opt) + kPairs) * pair_steps;
 }
 
 SearchResult search(const Scene &scene, const SearchOptions &opt, const SearchProgress &progress) {
