@@ -2,6 +2,7 @@
 // divergence.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <random>
 #include <tuple>
@@ -64,6 +65,27 @@ TEST(EchoRemoval, AnEchoAtTheFiltersFarEndIsRemoved) {
     const double linear = tail_erle(rec, Mode::kLinear, 1.5);
     printf("ERLE of an echo 950 samples late: linear %.1f dB\n", linear);
     EXPECT_GE(linear, 20.0);
+}
+
+// While the microphone clips (a sample above 32700 in the frame or the one before), the
+// suppressor drives four times harder: the echo goes further down than at 32700.
+TEST(EchoRemoval, AClippingMicrophoneIsSuppressedHarder) {
+    const testkit::Recording rec = testkit::noise_echo({.seconds = 3.0, .path_ms = 15.0});
+    const auto energy_while = [&](int16_t peak) {
+        testkit::Recording r = rec;
+        for (size_t f = 200; f < 260; ++f) {
+            r.near[f * 128 + 5] = peak;
+        }
+        const std::vector<int16_t> out = testkit::process(r, Mode::kFull);
+        double e = 0;
+        for (size_t t = 210 * 128; t < 260 * 128; ++t) {
+            e += double(out[t]) * out[t];
+        }
+        return e;
+    };
+    const double calm = energy_while(32700), clipping = energy_while(32701);
+    printf("clipping: output %.1f dB against the calm one\n", 10 * std::log10(clipping / calm));
+    EXPECT_LT(clipping, calm / 2);
 }
 
 class PerRate : public testing::TestWithParam<int> {};

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -66,6 +68,26 @@ TEST(Quirks, ResetStartsTheCoreAt16k) {
         ASSERT_EQ(QenAec_Reset(static_cast<char *>(reset.handle()), &init), reset.handle());
         EXPECT_EQ(run(reset.handle(), rec) == run(fresh.handle(), rec), rate == 16000) << rate;
     }
+}
+
+// Reset starts the core over from whatever it held: its set-up leaves nothing behind but the
+// per-frame pointers (the gaps of padding after the two short fields aside).
+TEST(Quirks, CoreSetUpLeavesNothingOfTheOldState) {
+    static aec_t core;
+    const size_t fields[][2] = {
+        {0, offsetof(aec_t, hNlMinCtr) + sizeof core.hNlMinCtr},
+        {offsetof(aec_t, overDrive), offsetof(aec_t, divergeState) + sizeof core.divergeState},
+        {offsetof(aec_t, xfBufBlockPos), offsetof(aec_t, noiseEstCtr) + sizeof core.noiseEstCtr}};
+    std::vector<unsigned char> kept[2];
+    for (unsigned char fill : {0xA5, 0x00}) {
+        memset(&core, fill, sizeof core);
+        aec_core_init(&core, 32000);
+        for (const auto &[from, to] : fields) {
+            const auto *bytes = reinterpret_cast<const unsigned char *>(&core);
+            kept[fill != 0].insert(kept[fill != 0].end(), bytes + from, bytes + to);
+        }
+    }
+    EXPECT_TRUE(kept[0] == kept[1]);
 }
 
 // Reset leaves the second near-end channel's buffer: a split that averaged the same shows after.
