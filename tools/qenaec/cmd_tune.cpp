@@ -159,8 +159,9 @@ Command add_tune_command(CLI::App &root) {
     cmd->add_flag("--search-edges", args->search_edges,
                   "also move the band edges, not only the intensities and the ratio");
     cmd->add_flag("--quick", args->quick,
-                  "one pass for --max-near-loss after the ERLE-only pass, and none for the other "
-                  "limits: the Pareto table then lists the best of the candidates met on the way");
+                  "one pass and one step of pairs for --max-near-loss after the ERLE-only pass, "
+                  "and nothing for the other limits: the Pareto table then lists the best of the "
+                  "candidates met on the way");
     cmd->add_flag("--quiet", args->quiet, "no summary, notices or progress bar; errors only");
     cmd->footer(
         "Each candidate runs the library (QenAec_Run, comfort noise off) twice: over the echo "
@@ -173,9 +174,12 @@ Command add_tune_command(CLI::App &root) {
         "The search is a coordinate descent from the library's default table, one setting "
         "at a time: every intensity 0..25 of each band, every ratio 1..10 (and with "
         "--search-edges each edge moved by 1 to 32 bins). One pass keeps the most ERLE at any "
-        "loss; up to three keep the most ERLE within --max-near-loss; then one pass each for "
-        "the other limits of the Pareto table (1, 2, 3, 6, 10 dB) and for the defaults' own "
-        "loss. A move must gain more than 0.1 dB; of results within 0.1 dB of the most ERLE "
+        "loss; up to three keep the most ERLE within --max-near-loss, then up to eight steps "
+        "that each try every single move and the 48 most promising pairs of moves (a gain in "
+        "one setting paid for by a saving in another, predicted as the sum of the two) and "
+        "take the best; then one pass each for the other limits of the Pareto table (1, 2, 3, "
+        "6, 10 dB) and for the defaults' own loss. A move must gain more than 0.1 dB; of results "
+        "within 0.1 dB of the most ERLE "
         "the one with the least loss is reported. The result does not depend on --jobs.\n"
         "\"as initialised\" is the library without any QenAec_Config call, as `process` runs "
         "it without tuning options; \"defaults\" is QenAec_Config with the default table.\n\n"

@@ -30,6 +30,8 @@ constexpr uint32_t kMaxRatio = 10;
 constexpr uint32_t kMaxEdge = 126;
 constexpr uint32_t kEdgeSteps[] = {1, 2, 4, 8, 16, 32};
 constexpr int kCoordinates = 7 + 1 + 6;  // intensities, ratio, edges
+constexpr size_t kPairs = 48;            // pairs tried in a pair step
+constexpr int kPairSteps = 8;            // pair steps at most after a descent
 constexpr double kNoLimit = std::numeric_limits<double>::infinity();
 
 // Init and Free touch process-wide state of the library: never two at once.
@@ -287,6 +289,82 @@ size_t descend(Evaluator &ev, size_t start, double limit, int passes, const Sear
     return at;
 }
 
+// `s` with coordinate `c` taken from `from`.
+QenAecSettings with_coordinate(QenAecSettings s, const QenAecSettings &from, int c) {
+    if (c < 7) {
+        s.intensity[c] = from.intensity[c];
+    } else if (c == 7) {
+        s.ratio = from.ratio;
+    } else {
+        s.edges[c - 8] = from.edges[c - 8];
+    }
+    return s;
+}
+
+// One step of a steepest ascent that also moves two coordinates at once. At the limit a
+// descent stops where every single move that gains ERLE costs too much loss; a gain in one
+// band paid for by a saving in another gets past it. Every single move around `at` is tried,
+// then the pairs of them (on different coordinates) whose figures, predicted as the sum of
+// their moves' changes, serve the limit best. Returns the best of all, or `at`.
+size_t pair_step(Evaluator &ev, size_t at, double limit, const SearchOptions &opt) {
+    const QenAecSettings base = *ev.candidates()[at].settings;
+    std::vector<std::pair<int, size_t>> moves;  // coordinate, candidate
+    std::vector<size_t> tried;
+    for (int c = 0; c < coordinates(opt); ++c) {
+        for (size_t i : ev.evaluate(neighbours(base, c))) {
+            moves.emplace_back(c, i);
+            tried.push_back(i);
+        }
+    }
+    const std::vector<Candidate> &all = ev.candidates();
+    const Figures f0 = all[at].figures;
+    std::vector<std::pair<Figures, QenAecSettings>> pairs;
+    for (size_t a = 0; a < moves.size(); ++a) {
+        for (size_t b = a + 1; b < moves.size(); ++b) {
+            if (moves[a].first == moves[b].first) {
+                continue;
+            }
+            const Figures &fa = all[moves[a].second].figures;
+            const Figures &fb = all[moves[b].second].figures;
+            const Figures predicted{fa.erle_db + fb.erle_db - f0.erle_db,
+                                    fa.loss_db + fb.loss_db - f0.loss_db, 0.0};
+            const QenAecSettings s = with_coordinate(
+                *all[moves[a].second].settings, *all[moves[b].second].settings, moves[b].first);
+            if (serves_better(predicted, f0, limit, kStepDb) &&
+                std::is_sorted(std::begin(s.edges), std::end(s.edges))) {
+                pairs.emplace_back(predicted, s);
+            }
+        }
+    }
+    std::stable_sort(pairs.begin(), pairs.end(), [limit](const auto &x, const auto &y) {
+        return serves_better(x.first, y.first, limit, 0.0);
+    });
+    std::vector<std::optional<QenAecSettings>> batch;
+    for (size_t i = 0; i < std::min(pairs.size(), kPairs); ++i) {
+        batch.push_back(pairs[i].second);
+    }
+    for (size_t i : ev.evaluate(batch)) {
+        tried.push_back(i);
+    }
+    const size_t best = best_of(ev.candidates(), tried, limit);
+    return serves_better(ev.candidates()[best].figures, ev.candidates()[at].figures, limit, kStepDb)
+               ? best
+               : at;
+}
+
+// Descent, then pair steps until they gain nothing.
+size_t climb(Evaluator &ev, size_t start, double limit, int passes, const SearchOptions &opt) {
+    size_t at = descend(ev, start, limit, passes, opt);
+    for (int step = 0; step < (opt.quick ? 1 : kPairSteps); ++step) {
+        const size_t next = pair_step(ev, at, limit, opt);
+        if (next == at) {
+            break;
+        }
+        at = next;
+    }
+    return at;
+}
+
 // The result for `limit`: of all evaluated, the most ERLE within the limit to 0.1 dB, and of
 // those the least loss (with nothing within the limit, the least loss).
 size_t best_for(const std::vector<Candidate> &all, double limit) {
@@ -316,7 +394,9 @@ ParetoEntry entry_for(const std::vector<Candidate> &all, double limit) {
 
 size_t planned_candidates(const SearchOptions &opt) {
     const size_t passes = 1 + (opt.quick ? 1 : kPasses);
-    return 1 + pass_size(opt) * (passes + other_limits(opt, -1.0).size());
+    const size_t pair_steps = opt.quick ? 1 : kPairSteps;
+    return 1 + pass_size(opt) * (passes + other_limits(opt, -1.0).size()) +
+           (pass_size(opt) + kPairs) * pair_steps;
 }
 
 SearchResult search(const Scene &scene, const SearchOptions &opt, const SearchProgress &progress) {
@@ -333,8 +413,8 @@ SearchResult search(const Scene &scene, const SearchOptions &opt, const SearchPr
     // beyond its limit would otherwise only shed loss, whatever ERLE that costs, and stop in
     // the first place within the limit.
     descend(ev, r.defaults, kNoLimit, 1, opt);
-    descend(ev, best_for(ev.candidates(), opt.max_loss_db), opt.max_loss_db,
-            opt.quick ? 1 : kPasses, opt);
+    climb(ev, best_for(ev.candidates(), opt.max_loss_db), opt.max_loss_db, opt.quick ? 1 : kPasses,
+          opt);
     const double defaults_loss = ev.candidates()[r.defaults].figures.loss_db;
     for (double limit : other_limits(opt, defaults_loss)) {
         descend(ev, best_for(ev.candidates(), limit), limit, 1, opt);

@@ -1,7 +1,8 @@
 // The search of `tune`: coordinate descent over the seven band intensities and the recursive
 // ratio (and the band edges when asked), from the library's defaults: one pass for ERLE
-// alone, then passes for the best ERLE whose talker loss stays within the limit, then one pass
-// for each other limit of the Pareto table and one for the defaults' own talker loss. Candidates
+// alone, then passes for the best ERLE whose talker loss stays within the limit followed by
+// steps that move two settings at once, then one pass for each other limit of the Pareto
+// table and one for the defaults' own talker loss. Candidates
 // run in parallel, one library instance per thread, and every result is kept in the order the
 // search asked for it, so the outcome does not depend on the number of threads.
 #pragma once
@@ -34,7 +35,7 @@ struct SearchOptions {
     double max_loss_db = 3.0;
     unsigned jobs = 1;
     bool edges = false;  // also move the band edges
-    bool quick = false;  // one pass for max_loss_db; none for the other limits
+    bool quick = false;  // one pass and one pair step for max_loss_db; none for the other limits
 };
 
 struct ParetoEntry {
