@@ -108,17 +108,6 @@ class Refusals(unittest.TestCase):
 
 
 class Settings(unittest.TestCase):
-    def test_config_round_trips_and_keeps_unnamed_fields(self):
-        with qenaec.Canceller(32000, near_channels=2, far_channels=1) as aec:
-            c = aec.get_config()
-            self.assertEqual([c[k] for k in ("sample_rate", "near_channels", "far_channels",
-                                             "point_number")], [32000, 2, 1, 128])
-            changed = dict(comfort_noise_enable=1, suppression_mode_freq=(10, 10, 20, 30, 40, 126),
-                           suppression_mode_intensity=(1, 2, 3, 4, 5, 6, 25))
-            aec.config(delay_sample=-5, **changed)
-            aec.config(delay_sample=321)
-            self.assertEqual(aec.get_config(), dict(c, delay_sample=321, **changed))
-
     def test_a_tuning_result_installs_as_the_calls_do(self):
         near, far = echo_pair()
         tuned = {"erle_db": 30.5, "intensity": [5, 4, 25, 5, 10, 10, 1],
@@ -131,7 +120,6 @@ class Settings(unittest.TestCase):
         for config in (tuned, {"default": {"ratio": 1}, "tuned": tuned}):
             np.testing.assert_array_equal(run(near, far, config=config), by_calls)
         self.assertFalse(np.array_equal(by_calls, run(near, far)))
-        self.assertFalse(np.array_equal(run(near, far, config={"ratio": 10}), run(near, far)))
 
 
 class Messages(unittest.TestCase):
