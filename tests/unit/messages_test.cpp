@@ -407,10 +407,4 @@ TEST(Messages, MaskFileGivesAnAcceptedMaskOrSeven) {
     EXPECT_EQ(DynamicMessageLevel(), 7);
 }
 
-// The two codes never returned keep their numbers around the deliberate gap after 0x10000409.
-TEST(Messages, UnusedCodesKeepTheirNumbers) {
-    EXPECT_EQ(static_cast<uint32_t>(ALGO_AEC_RET_INVALID_ENABLE), 0x10000406u);
-    EXPECT_EQ(static_cast<uint32_t>(ALGO_AEC_RET_INVALID_DELAY_SAMPLE), 0x10000410u);
-}
-
 }  // namespace

@@ -209,21 +209,6 @@ TEST(Quirks, PreferredBandIsReadAtOddBinsOnly) {
     }
 }
 
-// The feedback-gain minimum creeps up twice as fast as the incoherence one (0.0008, 0.0004 / mult).
-TEST(Quirks, TheTwoMinimaRiseAtDifferentRates) {
-    for (int mult : {1, 2, 6}) {
-        float fb_min = 1.0f, local = 0.5f, xd = 0.5f;
-        int new_min = 0;
-        uint16_t ctr = 0;
-        const float target[7] = {}, floor[7] = {};
-        float overdrive[7] = {};
-        nlp_track_minimum(0.9f, mult, {&fb_min, &local, &xd, &new_min, &ctr}, target, floor,
-                          overdrive);
-        EXPECT_FLOAT_EQ(local, 0.5f + 0.0008f / mult);
-        EXPECT_FLOAT_EQ(xd, 0.5f + 0.0004f / mult);
-    }
-}
-
 // Set-up and the divergence reset clear N x M (ring: N x (M + 1)) floats: the tails keep theirs.
 TEST(Quirks, FilterClearsLeaveTheTailsOfItsArrays) {
     const testkit::Instance aec;
@@ -334,21 +319,29 @@ TEST(Quirks, IntensityTableIsNotMonotonic) {
     EXPECT_NE(core.minOverDrive[3], 90.0f);
 }
 
-// A new feedback-gain minimum sets overdrive = max(target / log min, floor) two blocks later.
-TEST(Quirks, NewMinimumSetsTheOverdriveTwoBlocksLater) {
-    float fb_min = 1.0f, local = 1.0f, xd = 1.0f, overdrive[7] = {5, 5, 5, 5, 5, 5, 5};
-    int new_min = 0;
-    uint16_t ctr = 0;
+// The feedback-gain minimum creeps up twice as fast as the incoherence one (0.0008, 0.0004 /
+// mult); a new minimum sets overdrive = max(target / log min, floor) two blocks later.
+TEST(Quirks, TheMinimaRiseAtTheirOwnRatesAndANewOneActsTwoBlocksLater) {
     const float target[7] = {-3, 0, -11.5f, -80, -1, -6.9f, 0}, floor[7] = {1, 2, 1, 90, 0, 1, 0};
-    const nlp_minima_t minima = {&fb_min, &local, &xd, &new_min, &ctr};
-    nlp_track_minimum(0.603f, 2, minima, target, floor, overdrive);  // only below 0.6
-    nlp_track_minimum(0.3f, 2, minima, target, floor, overdrive);
-    EXPECT_EQ(std::vector<float>(overdrive, overdrive + 7), std::vector<float>(7, 5.0f));
-    nlp_track_minimum(0.9f, 2, minima, target, floor, overdrive);
-    for (int b = 0; b < 7; ++b) {
-        EXPECT_NEAR(overdrive[b], std::max<double>(target[b] / std::log(0.3), floor[b]), 1e-5);
+    for (int mult : {1, 2, 6}) {
+        float fb_min = 1.0f, local = 0.5f, xd = 0.5f, overdrive[7] = {5, 5, 5, 5, 5, 5, 5};
+        int new_min = 0;
+        uint16_t ctr = 0;
+        const nlp_minima_t minima = {&fb_min, &local, &xd, &new_min, &ctr};
+        nlp_track_minimum(0.9f, mult, minima, target, floor, overdrive);
+        EXPECT_FLOAT_EQ(local, 0.5f + 0.0008f / mult);
+        EXPECT_FLOAT_EQ(xd, 0.5f + 0.0004f / mult);
+        local = xd = 1.0f;
+        nlp_track_minimum(0.603f, mult, minima, target, floor, overdrive);  // only below 0.6
+        nlp_track_minimum(0.3f, mult, minima, target, floor, overdrive);
+        EXPECT_EQ(std::vector<float>(overdrive, overdrive + 7), std::vector<float>(7, 5.0f));
+        nlp_track_minimum(0.9f, mult, minima, target, floor, overdrive);
+        for (int b = 0; b < 7; ++b) {
+            EXPECT_NEAR(overdrive[b], std::max<double>(target[b] / std::log(0.3), floor[b]), 1e-5)
+                << mult;
+        }
+        EXPECT_EQ(new_min, 0);
     }
-    EXPECT_EQ(new_min, 0);
 }
 
 // The profile registry is process-wide: one Free clears it for all, any Init sets it again.
