@@ -2,7 +2,6 @@
 // divergence.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdio>
 #include <numeric>
 #include <random>
@@ -64,7 +63,6 @@ TEST(EchoRemoval, AnEchoAtTheFiltersFarEndIsRemoved) {
         rec.near[t] = static_cast<int16_t>(t < 950 ? 0 : rec.far[t - 950] / 2);
     }
     const double linear = tail_erle(rec, Mode::kLinear, 1.5);
-    printf("ERLE of an echo 950 samples late: linear %.1f dB\n", linear);
     EXPECT_GE(linear, 20.0);
 }
 
@@ -81,7 +79,6 @@ TEST(EchoRemoval, AClippingMicrophoneIsSuppressedHarder) {
         return std::inner_product(&out[210 * 128], &out[260 * 128], &out[210 * 128], 0.0);
     };
     const double calm = energy_while(32700), clipping = energy_while(32701);
-    printf("clipping: output %.1f dB against the calm one\n", 10 * std::log10(clipping / calm));
     EXPECT_LT(clipping, calm / 2);
 }
 

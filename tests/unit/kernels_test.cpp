@@ -561,14 +561,14 @@ TEST(Stream, LoaderSlidesThenLoadsOneChannelWithoutScaling) {
 TEST(Stream, OutputStageSaturatesTruncatesAndDuplicates) {
     float in[6] = {32767.4f, -32768.9f, 1.9f, -1.9f, 40000.0f, NAN};
     float in2[6] = {0, 0, 0.5f, -0.5f, -50000.0f, 0};
-    short out[14];
+    short out[14] = {0, 0, 0, 0, 0, 0, 7};  // a sentinel past the mono output
     postInfo_t mono = {6, 1, 0, 1};
     Post_OLA_Process(in, nullptr, out, &mono);
     EXPECT_EQ(std::vector<short>(out, out + 6),
               (std::vector<short>{32767, -32768, 1, -1, 32767, 0}));
     Post_OLA_Process(in, in2, out, &mono);
-    EXPECT_EQ(std::vector<short>(out, out + 6),
-              (std::vector<short>{32767, -32768, 2, -2, -10000, 0}));
+    EXPECT_EQ(std::vector<short>(out, out + 7),
+              (std::vector<short>{32767, -32768, 2, -2, -10000, 0, 7}));
     for (int flag : {1, 0}) {
         std::fill_n(out, 14, 7);
         postInfo_t stereo = {6, 2, 1, flag};
@@ -769,6 +769,11 @@ TEST(VectorKernels, PcmInAndOut) {
                 ASSERT_EQ(in[k], static_cast<float>(pcm[k * channels + ch])) << "n=" << n;
             }
             EXPECT_EQ(in[n], -5.0f);
+        }
+        for (int at = 0; at <= n; ++at) {  // one sample beyond 32700, or none within n
+            std::vector<short> quiet(n + 1, -100);
+            quiet[at] = -32768;
+            ASSERT_EQ(pcm_exceeds(quiet.data(), n, 32700), at < n) << "n=" << n << " at " << at;
         }
         std::vector<float> x = noise(n, -40000.0f, 40000.0f, 5 + n);
         for (int k = 0; k < n; ++k) {
