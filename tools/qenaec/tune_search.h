@@ -2,9 +2,9 @@
 // ratio (and the band edges when asked), from the library's defaults: one pass for ERLE
 // alone, then passes for the best ERLE whose talker loss stays within the limit followed by
 // steps that move two settings at once, then one pass for each other limit of the Pareto
-// table and one for the defaults' own talker loss. Candidates
-// run in parallel, one library instance per thread, and every result is kept in the order the
-// search asked for it, so the outcome does not depend on the number of threads.
+// table and one for the defaults' own talker loss. Candidates run in parallel, one library
+// instance per thread, and every result is kept in the order the search asked for it, so the
+// outcome does not depend on the number of threads.
 #pragma once
 
 #include <cstddef>
